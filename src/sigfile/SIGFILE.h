@@ -1,0 +1,197 @@
+// The abstract signal file: the face of every recording the library opens,
+// the static operations that decide a file's format and forward to its
+// class, and the library's error convention.
+//
+// Format numbers: 0 not recognised, 1 native (".SIG" + ".STS"), 2 legacy DOS,
+// 3 Nihon Kohden, 4 BMSI, 5 external signal-file server.
+//
+// Static entry points take an optional long* error: when it is null a failure
+// is shown through ErrorMessageBox, otherwise it is only stored there.  Error
+// -1 means "already reported" and is never shown.
+#pragma once
+
+#include <string>
+
+#include "platform/Collections.h"
+#include "platform/DateTime.h"
+#include "platform/Exceptions.h"
+#include "platform/Object.h"
+#include "sigfile/SigRec.h"
+
+class CFileHeader;
+class CPatientInfo;
+class CPhysicalMontage;
+class CCalibration;
+class CSigCoDec;
+class CStatusItem;
+class CStatusGroup;
+
+enum : unsigned {
+    SIGFILE_FORMAT_UNKNOWN = 0,
+    SIGFILE_FORMAT_NATIVE = 1,
+    SIGFILE_FORMAT_DOS = 2,
+    SIGFILE_FORMAT_NIHONKOHDEN = 3,
+    SIGFILE_FORMAT_BMSI = 4,
+    SIGFILE_FORMAT_SERVER = 5,
+};
+
+// Name of a format number ("native", "unknown", ...).
+const char* GetSigFileFormatName(unsigned format);
+
+// Progress of a long operation (copies).  The default does nothing; a caller
+// derives to show a bar and may ask the operation to stop.
+class CProgressInfo {
+public:
+    virtual ~CProgressInfo() = default;
+    virtual void SetRange(ULONGLONG total) { m_total = total; }
+    virtual void SetPos(ULONGLONG pos) { m_pos = pos; }
+    virtual bool IsCancelled() const { return false; }
+    ULONGLONG GetRange() const { return m_total; }
+    ULONGLONG GetPos() const { return m_pos; }
+
+private:
+    ULONGLONG m_total = 0;
+    ULONGLONG m_pos = 0;
+};
+
+// Summary of a recording read without opening it.
+class CSigQuickInfo {
+public:
+    CSigQuickInfo() = default;
+    CSigQuickInfo(const CSigQuickInfo&) = default;
+    CSigQuickInfo& operator=(const CSigQuickInfo&) = default;
+
+    std::string m_strDescription;  // left empty by the native format
+    std::string m_strFileName;     // the name as given
+    std::string m_strLastName;
+    std::string m_strFirstName;
+    std::string m_strPatientId1;
+    std::string m_strPatientId2;
+    ULONGLONG m_nTotalSize = 0;    // bytes of all the recording's files
+    ULONGLONG m_nSecondSize = 0;   // zero unless a format fills it
+    CSDateTime m_creation;
+};
+
+// The library's own exception: English texts that begin with "Failure".
+class CGenericException : public CSimpleException {
+public:
+    CGenericException() = default;
+    explicit CGenericException(const char* message) { SetErrorMessage(message); }
+
+    // Copies at most 127 characters; asserts (GenEx) that the code is -1.
+    void SetErrorMessage(const char* message);
+    BOOL GetErrorMessage(char* buffer, UINT size, UINT* helpContext = nullptr) const override;
+    std::string GetMessageText() const override;
+    long GetCode() const { return m_code; }
+
+private:
+    char m_message[128] = {};
+    long m_code = -1;  // -1: the exception carries its own message
+};
+
+[[noreturn]] void ThrowGenericException(const char* message);
+
+class CSigFile : public CObject {
+    DECLARE_DYNAMIC(CSigFile)
+public:
+    ~CSigFile() override = default;
+
+    // The shared table of operations, in order.
+    virtual int Close() = 0;
+    virtual int Flush() = 0;
+    virtual LONGLONG GetFileSize() const = 0;
+    virtual const char* GetFileName() const = 0;
+    virtual int IsReadOnly() const = 0;
+    virtual void SetReadOnly() = 0;
+    virtual void ClearReadOnly() = 0;
+    virtual int IsChanged() const = 0;
+    virtual void SetChanged() = 0;
+    virtual void ClearChanged() = 0;
+    virtual int IsIOError() const = 0;
+    virtual void SetIOError(long error) = 0;
+    virtual void ClearIOError() = 0;
+    virtual long GetIOError() const = 0;
+    virtual const CFileHeader* GetFileHeader() const = 0;
+    virtual const CPatientInfo* GetPatientInfo() const = 0;
+    virtual const CPhysicalMontage* GetPhysicalMontage() const = 0;
+    virtual const CCalibration* GetCalibration() const = 0;
+    virtual const CSigCoDec* GetSigCoDec() const = 0;
+    virtual void SetFileHeader(CFileHeader* header) = 0;
+    virtual void SetPatientInfo(CPatientInfo* patient) = 0;
+    virtual void SetPhysicalMontage(CPhysicalMontage* montage) = 0;
+    virtual void SetCalibration(CCalibration* calibration) = 0;
+    virtual double GetTrueFrequency() const = 0;
+    virtual CRawSigRec* CreateCompatibleRawSigRec() const = 0;
+    virtual CFmtSigRec* CreateCompatibleFmtSigRec() const = 0;
+    virtual unsigned GetNumChannels() const = 0;
+    virtual unsigned GetSamplesRecord() const = 0;
+    virtual unsigned GetSamplesChannel(unsigned channel) const = 0;
+    virtual long GetCurrentRecord() const = 0;
+    virtual long GetNumRecords() const = 0;
+    virtual int IsBOF() const = 0;
+    virtual int IsEOF() const = 0;
+    virtual void MoveTo(long record) = 0;
+    virtual void MoveFirst() = 0;
+    virtual void MoveLast() = 0;
+    virtual void MoveNext() = 0;
+    virtual void MovePrev() = 0;
+    virtual int Read(CFmtSigRec* record) = 0;
+    virtual int Read(CRawSigRec* record) = 0;
+    virtual int Read(CByteArray* bytes) = 0;
+    virtual int Write(CFmtSigRec* record) = 0;
+    virtual int Write(CRawSigRec* record) = 0;
+    virtual int ReadAsVolts(CFmtSigRec* record) = 0;
+    virtual int WriteAsVolts(CFmtSigRec* record) = 0;
+    virtual unsigned GetNumStatusItems() const = 0;
+    virtual const CStatusItem* GetStatusItemAt(unsigned index) const = 0;
+    virtual void AddStatusItem(CStatusItem* item) = 0;
+    virtual void UpdateStatusItemAt(unsigned index, const CStatusItem* item) = 0;
+    virtual void DeleteStatusItemAt(unsigned index) = 0;
+    virtual unsigned GetNumGroups() const = 0;
+    virtual const CStatusGroup* GetGroupAt(unsigned index) const = 0;
+    virtual void AddGroup(CStatusGroup* group) = 0;
+    virtual void UpdateGroupAt(unsigned index, const CStatusGroup* group) = 0;
+    virtual void DeleteGroupAt(unsigned index) = 0;
+
+    // Brings the montage references of the status groups and items up to
+    // date after the physical montage was replaced.
+    void UpdateNewPhyMtgToStsGrpsItms(CPhysicalMontage* montage);
+
+    // Static operations.  Names are file paths.
+    static CSigFile* Open(const char* name, int readOnly = 0, long* error = nullptr, int reserved = 0,
+                          int check24Hours = 0);
+    static CSigFile* Create(const char* name, CFileHeader* header, CPatientInfo* patient,
+                            CPhysicalMontage* montage, CCalibration* calibration,
+                            unsigned format = SIGFILE_FORMAT_NATIVE, long* error = nullptr,
+                            int validate = 1);
+    static int Delete(const char* name);
+    static int Copy(const char* from, const char* to, CProgressInfo* progress = nullptr);
+    static int Rename(const char* from, const char* to);
+    static int IsValidFormat(const char* name);
+    static ULONGLONG GetDVSize(const char* name);
+    static ULONGLONG GetDVIdxSize(const char* name);
+    static int HasDV(const char* name);
+    static CSigQuickInfo* GetFileQuickInfo(const char* name, long* error = nullptr);
+    static int CopyStsFile(const char* from, const char* to, CProgressInfo* progress = nullptr);
+    static int RenameStsFile(const char* from, const char* to);
+    static int DeleteStsFile(const char* name);
+    static void GetStsExtensions(const char* name, CStringArray* extensions);
+    static void ErrorMessageBox(const char* name, long code);
+
+    // The whole-recording duration rule: the latest end of an item of an
+    // extent-1 group must lie less than 86401 s after the creation time.
+    static int IsDurationWithin24hrs(const CSigFile* file);
+
+protected:
+    CSigFile() = default;
+};
+
+// Format of a file: the external server's own ".SIG" files first, then the
+// format classes in order.
+unsigned GetSigFileFormat(const char* name);
+// A ".SIG" file whose first 8 bytes are "KQUARSIG".
+int IsOsgFileFormat(const char* name);
+// Fatal error of the library: shows a box and ends the process with status 0.
+[[noreturn]] void SetErrorCondition(const char* sourceFile, int line, const char* message = nullptr);
+// Consistency of the status items of an open file.
+int ValidateStatusItems(CSigFile* file);

@@ -1,0 +1,20 @@
+// Subcommands of the sigfile program.  Each command file registers its
+// subcommand on the application; the callback returns the exit status
+// (0 success, 1 the operation failed, 2 bad usage).
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+
+namespace sigfile_tool {
+
+// Set by the subcommand's callback, returned by main.
+extern int g_exitStatus;
+
+void RegisterFormatCommand(CLI::App& app);
+
+// Prints one line per failure text on standard error.
+void PrintError(const std::string& text);
+
+}  // namespace sigfile_tool

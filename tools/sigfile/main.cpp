@@ -1,0 +1,51 @@
+// The sigfile command: a thin layer over the library's public API.
+#include <cstdio>
+#include <iostream>
+
+#include "Commands.h"
+#include "platform/Support.h"
+
+namespace sigfile_tool {
+int g_exitStatus = 0;
+
+void PrintError(const std::string& text) {
+    std::string line;
+    bool inBreak = false;
+    for (char c : text) {
+        if (c == '\n' || c == '\r') {
+            if (!inBreak) line += ' ';
+            inBreak = true;
+        } else {
+            line += c;
+            inBreak = false;
+        }
+    }
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+}  // namespace sigfile_tool
+
+int main(int argc, char** argv) {
+    using namespace sigfile_tool;
+    CLI::App app{"sigfile: create, inspect and convert EEG/PSG recordings"};
+    app.set_version_flag("--version", "sigfile " + VhlGetVersionText(2) + "." + VhlGetVersionText(3) + " (" +
+                                          VhlGetVersionText(6) + ")");
+    app.require_subcommand(1);
+    app.fallthrough(false);
+
+    RegisterFormatCommand(app);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        std::string usage = "usage: sigfile <command> [options]; see sigfile --help";
+        for (const CLI::App* sub : app.get_subcommands()) usage = "usage: " + sub->help("sigfile " + sub->get_name(), CLI::AppFormatMode::Normal).substr(0, 0) + "see sigfile " + sub->get_name() + " --help";
+        std::fprintf(stderr, "%s\n", usage.c_str());
+        return 2;
+    }
+    return g_exitStatus;
+}
