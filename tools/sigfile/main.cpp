@@ -45,8 +45,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", e.what());
         std::string name = "<command>";
         for (const CLI::App* sub : app.get_subcommands()) name = sub->get_name();
-        std::fprintf(stderr, "usage: sigfile %s ... (see sigfile %s --help)\n", name.c_str(),
-                     name == "<command>" ? "" : name.c_str());
+        std::fprintf(stderr, "usage: sigfile %s ... (see sigfile %s--help)\n", name.c_str(),
+                     name == "<command>" ? "" : (name + " ").c_str());
         return 2;
     }
     return g_exitStatus;
