@@ -75,6 +75,12 @@ public:
     void SetCalibFromGain(unsigned channel, float gain, float offset, unsigned unit);
     void GetCalibGain(unsigned channel, float& gain, float& offset, unsigned unit) const;
 
+    // Derived values of a channel: the world values at the AD minimum and
+    // maximum, and the world step that Calibrate multiplies by (which an
+    // insertion leaves stale for the channels after it).
+    void GetWorldRange(unsigned channel, float& atAdMin, float& atAdMax) const;
+    float GetWorldStep(unsigned channel) const;
+
     // Channel editing; each returns 1.  The world-step table is not shifted
     // by an insertion: Calibrate keeps using the old steps for the channels
     // after the insertion point until their points are set again.
