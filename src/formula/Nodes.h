@@ -40,6 +40,9 @@ public:
     int GetLastSample() const { return m_nLastSample; }
     // A variable whose last sample is still -1 is read by no formula.
     bool IsUsed() const { return m_nLastSample != -1; }
+    // Samples beyond the current record (before plus after) that computing
+    // this variable reads of the inputs: 0 for a recorded channel.
+    virtual long long GetReach() const { return 0; }
 
 protected:
     int m_nFirstSample = 0;
@@ -61,6 +64,14 @@ public:
     int GetFirst() const { return m_nFirst; }
     int GetLast() const { return m_nLast; }
 
+    // Samples beyond the range asked of this node (before plus after, along
+    // the widest path down to the variables) that its evaluation reads.  The
+    // compiler bounds it so that no formula can ask for absurd buffers.
+    virtual long long GetReach() const { return 0; }
+    // Levels of nodes from this one down to the deepest leaf.  The compiler
+    // bounds it so that the recursive Init and Eval cannot exhaust the stack.
+    int GetHeight() const { return m_nHeight; }
+
 protected:
     // Sizes the buffer for [first, last] and returns the pointer that
     // addresses sample n at index n.
@@ -68,6 +79,7 @@ protected:
 
     int m_nFirst = 0;
     int m_nLast = -1;
+    int m_nHeight = 1;
     std::vector<float> m_buffer;
 };
 
@@ -91,6 +103,7 @@ class CCVarRef : public CCNode {
 public:
     explicit CCVarRef(CCVar* var) : m_pVar(var) {}
     CCVar* GetVar() const { return m_pVar; }
+    long long GetReach() const override { return m_pVar->GetReach(); }
     void Init(int frequency, int samplesRec, int first, int last) override;
     const float* Eval(int restart) override;
 
@@ -105,6 +118,7 @@ public:
     CCPrefixOp(int code, std::unique_ptr<CCNode> operand);
     int GetCode() const { return m_nCode; }
     const CCNode* GetOperand() const { return m_pOperand.get(); }
+    long long GetReach() const override { return m_pOperand->GetReach(); }
     void Init(int frequency, int samplesRec, int first, int last) override;
     const float* Eval(int restart) override;
 
@@ -122,6 +136,7 @@ public:
     int GetCode() const { return m_nCode; }
     const CCNode* GetLeft() const { return m_pLeft.get(); }
     const CCNode* GetRight() const { return m_pRight.get(); }
+    long long GetReach() const override;
     void Init(int frequency, int samplesRec, int first, int last) override;
     const float* Eval(int restart) override;
 

@@ -43,6 +43,8 @@ public:
 
     int GetNumber() const { return m_nNumber; }
     int GetChannel() const { return m_nChannel; }
+    // Forgets the range and the buffer of an earlier compilation.
+    void Reset();
 
     // Sets the final range (after the record span is known) and allocates
     // the sample buffer.
@@ -81,6 +83,10 @@ public:
     UINT m_nType = 65535;
     UINT m_nUnit = 65535;
     CString m_strReference;  // upper-case
+    // Size of the compiled tree: its nodes and the samples beyond the record
+    // that it reads (GetReach of the root).
+    long long m_nNodes = 0;
+    long long m_nReach = 0;
 
     CCNode* GetTree() const { return m_pTree.get(); }
     // Replaces the tree; the old one is deleted.
@@ -107,8 +113,10 @@ public:
     UINT GetType() const override { return m_function.m_nType; }
     UINT GetUnit() const override { return m_function.m_nUnit; }
     const float* Eval() override { return m_pSamples; }
+    long long GetReach() const override { return m_function.m_nReach; }
 
     CCFunction& GetFunction() { return m_function; }
+    void Reset();
     // Initialises the tree with the range that the users asked for.
     void InitTree();
     // Evaluates the tree for the current record and keeps its samples.
