@@ -486,10 +486,17 @@ public:
     // True when the whole montage compiles; skipInput leaves that recording
     // channel out of the inputs, skipGlobal that global out of the globals.
     int CompilesWith(int skipInput = -1, int skipGlobal = -1) const;
+    // Whether global index compiles alone, and whether channel index
+    // compiles with all the globals, without recording channel skipInput.
+    int CompilesGlobal(unsigned index, int skipInput = -1) const;
+    int CompilesChannel(unsigned index, int skipInput = -1) const;
+
+    // Declares the recording channels (see CRecordingMontage::DeclareInputs)
+    // and the globals except skipGlobal to a compiler.
+    void DeclareSources(CCReformater& compiler, int skipInput = -1, int skipGlobal = -1, int overrideIndex = -1,
+                        const CRecordingMontage::ChannelDesc* override = nullptr) const;
 
 protected:
-    // Declares inputs and globals (except skipGlobal) to a compiler.
-    void DeclareSources(CCReformater& compiler, int skipGlobal = -1) const;
     int CompileOne(const char* label, const char* formula, unsigned* frequency, unsigned* type,
                    unsigned* unit) const;
     void RepairLabels();
