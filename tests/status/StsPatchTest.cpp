@@ -22,7 +22,8 @@ namespace {
 struct GroupSpec {
     unsigned type, extent;
     std::string name;
-    std::vector<std::string> groupKeys, itemKeys;
+    std::vector<std::string> groupKeys = {};
+    std::vector<std::string> itemKeys = {};
 };
 
 // Owns the groups it puts in the array.
