@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <random>
 #include <thread>
@@ -67,7 +68,7 @@ TEST(WriterKillTest, EveryFlushedRecordSurvivesSigkill) {
             Writer(name, fds[1], static_cast<unsigned>(round));
         }
         close(fds[1]);
-        std::this_thread::sleep_for(std::chrono::microseconds(rng() % 30000));
+        std::this_thread::sleep_for(std::chrono::microseconds(rng() % 120000));
         kill(pid, SIGKILL);
         int status = 0;
         waitpid(pid, &status, 0);
@@ -93,4 +94,5 @@ TEST(WriterKillTest, EveryFlushedRecordSurvivesSigkill) {
     }
     EXPECT_EQ(kills, 200);
     EXPECT_GT(confirmed, 0);
+    std::printf("%d kills, %ld records confirmed flushed\n", kills, confirmed);
 }
