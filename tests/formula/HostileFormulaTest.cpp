@@ -100,3 +100,50 @@ TEST(HostileFormulaTest, RandomTokenSoupNeverCrashes) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(HostileFormulaTest, OddDeclarationsAndCallsAreRefusedSafely) {
+    testsupport::AssertRecorder asserts;
+    // Eval before Compile, and after declarations added since.
+    CCReformater r;
+    r.AddInput("A", "", 4, 256, 1, 1);
+    r.AddOutput("O", "A*2");
+    CFmtSigRec out(1, 4);
+    auto rec = MakeRecord(1, 4, 0, [](int, long i) { return static_cast<float>(i); });
+    const CFmtSigRec* one[] = {rec.get()};
+    EXPECT_EQ(r.Eval(one, &out, 1), 0);
+    ASSERT_EQ(r.Compile(), 1);
+    EXPECT_EQ(r.Eval(one, &out, 1), 1);
+    EXPECT_EQ(out.GetAt(0, 3), 6.0f);
+    r.AddOutput("P", "A");
+    EXPECT_EQ(r.Eval(one, &out, 1), 0);
+
+    // Only classes derived from CCUsrOp can be functions.
+    EXPECT_EQ(r.AddUsrOp("REC", RUNTIME_CLASS(CFmtSigRec)), 0);
+    EXPECT_EQ(r.AddUsrOp("NODE", RUNTIME_CLASS(CCNode)), 0);
+    EXPECT_EQ(r.AddUsrOp("SUM2", RUNTIME_CLASS(CCSumOp)), 1);
+
+    // An input declared without samples per record reads as zeros.
+    CCReformater zero;
+    zero.AddInput("Z", "", 0, 256, 1, 1);
+    zero.AddOutput("O", "Z+1");
+    ASSERT_EQ(zero.Compile(), 1);
+    std::unique_ptr<CFmtSigRec> zout(zero.CreateCompatibleFmtSigRec());
+    EXPECT_EQ(zero.Eval(one, zout.get(), 1), 1);
+
+    // Outputs whose samples do not fit one record (the start table wraps)
+    // are refused rather than written past the record.
+    CCReformater big;
+    big.AddInput("A", "", 40000, 256, 1, 1);
+    big.AddOutput("O1", "A");
+    big.AddOutput("O2", "A");
+    ASSERT_EQ(big.Compile(), 1);
+    std::unique_ptr<CFmtSigRec> bout(big.CreateCompatibleFmtSigRec());
+    CFmtSigRec input(1, 40000);
+    const CFmtSigRec* in[] = {&input};
+    EXPECT_EQ(big.Eval(in, bout.get(), 1), 0);
+    EXPECT_FALSE(asserts.hits.empty());
+}
+
+}  // namespace
