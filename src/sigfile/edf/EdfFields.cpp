@@ -346,7 +346,7 @@ int RecordsPerEdfRecord(int samples, double baseFrequency) {
         if (!FormatEdfNumber(duration, 8, text)) continue;
         double back = 0;
         ParseEdfNumber(text, back);
-        if (std::fabs(back * baseFrequency - double(k) * samples) <= 1e-9 * k * samples) return k;
+        if (std::fabs(back * baseFrequency - double(k) * samples) <= 1e-12 * k * samples) return k;
     }
     return 0;
 }
