@@ -9,8 +9,9 @@
 // record, little-endian two's complement (2 bytes for EDF, 3 for BDF).
 //
 // The "+" variants add one annotation signal, labelled "EDF Annotations"
-// (EDF+) or "BDF Annotations" (BDF+; readers accept either label in either
-// format), whose bytes hold time-stamped annotation lists (TALs):
+// (EDF+) or "BDF Annotations" (BDF+; the common readers, MNE-Python among
+// them, accept either label in either format, and so does ours), whose bytes
+// hold time-stamped annotation lists (TALs):
 //   "+onset" [0x15 "duration"] 0x14 "text" 0x14 ... 0x00
 // The first TAL of every record is a time-keeping TAL with an empty text
 // ("+12.5" 0x14 0x14 0x00): the record's start in seconds from the header's

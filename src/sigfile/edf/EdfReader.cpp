@@ -14,6 +14,9 @@ long long LL(LONGLONG v) { return v; }
 unsigned long long ULL(ULONGLONG v) { return v; }
 
 constexpr LONGLONG kMaxSamplesPerRecord = 1 << 26;
+// Far above any real recording; keeps a hostile file from filling the memory
+// with tiny TALs.
+constexpr size_t kMaxAnnotations = 4000000;
 
 std::string Trimmed(const std::string& s) {
     size_t e = s.find_last_not_of(' ');
@@ -315,13 +318,17 @@ bool EdfReader::ReadAnnotations(std::string& error) {
                 return false;
             }
             first = false;
+            if (m_annotations.size() > kMaxAnnotations) {
+                error = StrFormat("%s : plus de %zu annotations", AnnotationLabel(m_header.format), kMaxAnnotations);
+                return false;
+            }
         }
         if (r == 0) m_firstStart = start;
         else if (start < previous + duration - tolerance) {
             error = StrFormat("%s, enregistrement %lld : commence à %.6f s, avant la fin du précédent",
                               AnnotationLabel(m_header.format), LL(r), start);
             return false;
-        } else if (!m_header.discontinuous && std::fabs(start - (m_firstStart + r * duration)) > tolerance) {
+        } else if (!m_header.discontinuous && duration > 0 && std::fabs(start - (m_firstStart + r * duration)) > tolerance) {
             error = StrFormat("%s, enregistrement %lld : commence à %.6f s au lieu de %.6f s dans un fichier "
                               "continu (+C)", AnnotationLabel(m_header.format), LL(r), start, m_firstStart + r * duration);
             return false;
@@ -355,15 +362,15 @@ bool EdfReader::ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& sampl
         std::vector<LONG>& out = samples[k];
         out.resize(size_t(m_signals[k].samplesPerRecord));
         const BYTE* p = m_buffer.data() + lay.offset;
-        for (LONG& v : out) {
-            if (bdf) {
+        LONG* v = out.data();
+        const size_t n = out.size();
+        if (bdf) {
+            for (size_t i = 0; i < n; ++i, p += 3) {
                 uint32_t u = uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16;
-                v = LONG(u & 0x800000 ? u | 0xFF000000u : u);
-                p += 3;
-            } else {
-                v = LONG(int16_t(uint16_t(p[0] | p[1] << 8)));
-                p += 2;
+                v[i] = LONG(int32_t(u << 8) >> 8);  // sign of bit 23
             }
+        } else {
+            for (size_t i = 0; i < n; ++i, p += 2) v[i] = LONG(int16_t(uint16_t(p[0] | p[1] << 8)));
         }
         ++k;
     }

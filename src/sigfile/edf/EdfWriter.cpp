@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -284,18 +285,38 @@ bool EdfWriter::WriteRecord(double start, const std::vector<std::vector<LONG>>& 
             return Fail(error, where + SignalName(sig, i) +
                                    StrFormat(" : %zu échantillons au lieu de %d", samples[i].size(),
                                              sig.samplesPerRecord));
-        for (LONG v : samples[i]) {
-            if (v < sig.digitalMin || v > sig.digitalMax)
-                return Fail(error, where + SignalName(sig, i) +
-                                       StrFormat(" : l'échantillon %ld sort des limites %ld à %ld", long(v),
-                                                 long(sig.digitalMin), long(sig.digitalMax)));
-            uint32_t u = static_cast<uint32_t>(v);
-            for (int b = 0; b < width; ++b) *p++ = BYTE(u >> (8 * b));
+        const LONG* v = samples[i].data();
+        const size_t n = samples[i].size();
+        bool inRange = true;
+        for (size_t k = 0; k < n; ++k) inRange &= v[k] >= sig.digitalMin && v[k] <= sig.digitalMax;
+        if (!inRange) {
+            LONG bad = *std::find_if(v, v + n, [&](LONG x) { return x < sig.digitalMin || x > sig.digitalMax; });
+            return Fail(error, where + SignalName(sig, i) +
+                                   StrFormat(" : l'échantillon %ld sort des limites %ld à %ld", long(bad),
+                                             long(sig.digitalMin), long(sig.digitalMax)));
+        }
+        if (width == 3) {
+            for (size_t k = 0; k < n; ++k, p += 3) {
+                uint32_t u = static_cast<uint32_t>(v[k]);
+                p[0] = BYTE(u);
+                p[1] = BYTE(u >> 8);
+                p[2] = BYTE(u >> 16);
+            }
+        } else {
+            for (size_t k = 0; k < n; ++k, p += 2) {
+                uint32_t u = static_cast<uint32_t>(v[k]);
+                p[0] = BYTE(u);
+                p[1] = BYTE(u >> 8);
+            }
         }
     }
     if (IsPlus(m_format)) {
         std::string tals = BuildTimeKeepingTal(start + m_offset);
-        for (const EdfAnnotation& a : annotations) tals += BuildTal(a.onset + m_offset, a.duration, &a.text);
+        for (const EdfAnnotation& a : annotations) {
+            if (!std::isfinite(a.onset) || (a.duration && !(*a.duration >= 0 && std::isfinite(*a.duration))))
+                return Fail(error, where + "l'annotation « " + a.text + " » a un instant ou une durée invalide");
+            tals += BuildTal(a.onset + m_offset, a.duration, &a.text);
+        }
         size_t room = size_t(m_annotationSamples) * width;
         if (tals.size() > room)
             return Fail(error, where + StrFormat("les annotations prennent %zu octets, le signal d'annotations en a %zu",

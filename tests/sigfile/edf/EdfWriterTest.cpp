@@ -196,6 +196,7 @@ TEST_P(EdfWriterRefusal, LeavesTheTargetUntouched) {
     for (size_t r = 0; ok && r < c.starts.size(); ++r) {
         auto samples = edftest::Samples(signals, int(r));
         if (std::string(c.name) == "sample_out_of_range") samples[1][0] = 2048;
+        if (std::string(c.name) == "annotation_time") annotations[0].duration = -1;
         ok = writer.WriteRecord(c.starts[r], samples, r == 0 ? annotations : std::vector<EdfAnnotation>{}, error);
     }
     if (ok) ok = writer.Close(error);
@@ -235,6 +236,7 @@ INSTANTIATE_TEST_SUITE_P(
                 {0, 2}, false, "enregistrement 1 : ne suit pas"},
         Refusal{"annotation_in_plain_edf", [](EdfHeader& h, std::vector<EdfSignal>&) { h.format = EdfFormat::Edf; },
                 {0}, true, "pas d'annotations"},
+        Refusal{"annotation_time", Keep, {0}, true, "enregistrement 0 : l'annotation « Lumière éteinte »"},
         Refusal{"annotations_too_big", [](EdfHeader&, std::vector<EdfSignal>&) {}, {0}, true,
                 "le signal d'annotations en a 20"}),
     [](const ::testing::TestParamInfo<Refusal>& info) { return std::string(info.param.name); });
