@@ -195,6 +195,45 @@ TEST(EdfReader, PlainEdfKeepsFreeTextIdentificationAndTheCenturyRule) {
     }
 }
 
+TEST(EdfReader, ReadsAHandBuiltFileInTheStylesOfOtherWriters) {
+    // Right-justified numbers, an unknown record count (-1) with a partial
+    // record at the end, an annotation inside the time-keeping TAL and every
+    // identification subfield unknown ("X").
+    std::string bytes = Pad("0", 8) + Pad("X X X X", 80) + Pad("Startdate X X X X", 80) + "05.06.07" + "08.09.10" +
+                        "     768" + Pad("EDF+C", 44) + Pad("-1", 8) + "       1" + "   2";
+    bytes += Pad("EEG", 16) + Pad("EDF Annotations", 16) + Pad("", 160) + Pad("uV", 8) + Pad("", 8);
+    bytes += "    -100" + Pad("-1", 8) + "     100" + Pad("1", 8) + "   -2048" + Pad("-32768", 8) + "    2047" +
+             Pad("32767", 8) + Pad("", 160) + "       4" + "       8" + Pad("", 64);
+    ASSERT_EQ(bytes.size(), 768u);
+    testsupport::Bytes records;
+    records.u16(0xF800).u16(0x07FF).u16(0).u16(0xFFFF).raw("+0\x14\x14" "Start\x14").u8(0).u8(0).u8(0).u8(0).u8(0).u8(0);
+    records.u16(1).u16(2).u16(3).u16(4).raw("+1\x14\x14").u8(0).raw("+1.5\x15" ".5\x14" "A\x14").u8(0);
+    records.u8(1).u8(2).u8(3);
+    bytes.append(records.data.begin(), records.data.end());
+    testsupport::TempDir dir;
+    edftest::WriteAll(dir / "other.edf", bytes);
+
+    EdfReader reader;
+    std::string error;
+    ASSERT_TRUE(reader.Open(dir / "other.edf", error)) << error;
+    EXPECT_EQ(reader.RecordCount(), 2);
+    EXPECT_EQ(reader.Header().start, CSDateTime(2007, 6, 5, 8, 9, 10));
+    EXPECT_EQ(reader.Header().patient.sex, 0);
+    EXPECT_EQ(reader.Header().patient.birthYear, 0);
+    EXPECT_TRUE(reader.Header().patient.name.empty());
+    ASSERT_EQ(reader.Signals().size(), 1u);
+    EXPECT_EQ(reader.Signals()[0].physicalMin, -100);
+    EXPECT_EQ(reader.Signals()[0].digitalMax, 2047);
+    EXPECT_EQ(reader.Annotations(),
+              (std::vector<EdfAnnotation>{{0, std::nullopt, "Start"}, {1.5, 0.5, "A"}}));
+    EXPECT_EQ(reader.RecordStart(1), 1.0);
+    std::vector<std::vector<LONG>> got;
+    ASSERT_TRUE(reader.ReadRecord(0, got, error)) << error;
+    EXPECT_EQ(got, (std::vector<std::vector<LONG>>{{-2048, 2047, 0, -1}}));
+    ASSERT_TRUE(reader.ReadRecord(1, got, error)) << error;
+    EXPECT_EQ(got, (std::vector<std::vector<LONG>>{{1, 2, 3, 4}}));
+}
+
 // ---- Malformed files --------------------------------------------------------
 
 // The base file: EDF+, signals "C3-A2" (128), "SaO2" (1), "Thorax" (25) and
