@@ -3,6 +3,8 @@
 // malformed file is refused with the faulty field named.
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "sigfile/edf/EdfReader.h"
 #include "sigfile/edf/EdfTestFiles.h"
 #include "support/TestSupport.h"
@@ -232,6 +234,45 @@ TEST(EdfReader, ReadsAHandBuiltFileInTheStylesOfOtherWriters) {
     EXPECT_EQ(got, (std::vector<std::vector<LONG>>{{-2048, 2047, 0, -1}}));
     ASSERT_TRUE(reader.ReadRecord(1, got, error)) << error;
     EXPECT_EQ(got, (std::vector<std::vector<LONG>>{{1, 2, 3, 4}}));
+}
+
+// Random damage anywhere in a file: the reader either refuses it or reads
+// every record; it never reads outside its buffers (the sanitizer build
+// checks that).
+TEST(EdfReader, SurvivesRandomDamage) {
+    testsupport::TempDir dir;
+    const std::string path = dir / "damaged.bdf";
+    std::string error;
+    EdfHeader header = Header(EdfFormat::BdfPlus);
+    ASSERT_TRUE(edftest::WriteFile(path, header, Signals(EdfFormat::BdfPlus), {0, 0.5, 1, 5}, kAnnotations, error))
+        << error;
+    const std::string original = edftest::ReadAll(path);
+    std::mt19937 random(20261122);
+    int opened = 0, refused = 0;
+    for (int round = 0; round < 250; ++round) {
+        std::string bytes = original;
+        const int edits = 1 + int(random() % 4);
+        for (int e = 0; e < edits; ++e) {
+            size_t at = random() % bytes.size();
+            // Mostly the header and the annotation bytes, where the meaning is.
+            if (random() % 2) at = random() % std::min<size_t>(bytes.size(), 1280);
+            const char* digits = "0123456789+-. \x14\x15";
+            bytes[at] = random() % 2 ? char(random()) : digits[random() % 16];
+        }
+        if (random() % 8 == 0) bytes.resize(random() % bytes.size());
+        edftest::WriteAll(path, bytes);
+        EdfReader reader;
+        if (!reader.Open(path, error)) {
+            EXPECT_FALSE(error.empty());
+            ++refused;
+            continue;
+        }
+        ++opened;
+        std::vector<std::vector<LONG>> samples;
+        for (LONGLONG r = 0; r < reader.RecordCount(); ++r) ASSERT_TRUE(reader.ReadRecord(r, samples, error)) << error;
+    }
+    EXPECT_GT(opened, 0);
+    EXPECT_GT(refused, 0);
 }
 
 // ---- Malformed files --------------------------------------------------------
