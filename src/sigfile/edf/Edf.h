@@ -146,7 +146,8 @@ std::string BuildTal(double onset, const std::optional<double>& duration, const 
 std::string BuildTimeKeepingTal(double recordStart);
 // Parses the annotation bytes of one record.  The first TAL must be the
 // time-keeping one when `timeKeeping` is set; its onset goes to recordStart.
-// Empty annotation texts are dropped.  False with a message on a bad TAL.
+// Empty annotation texts are dropped; a text that is not UTF-8 is read as
+// Windows-1252.  False with a message on a bad TAL.
 bool ParseTals(const std::string& bytes, bool timeKeeping, double& recordStart,
                std::vector<EdfAnnotation>& annotations, std::string& error);
 

@@ -11,6 +11,7 @@
 
 using namespace edf;
 using edftest::Pad;
+using namespace std::string_literals;
 
 namespace {
 
@@ -160,10 +161,12 @@ TEST(EdfReader, TalsWithSeveralTextsDurationsAndNegativeOnsets) {
         double start;
         std::vector<EdfAnnotation> annotations;
     } cases[] = {
-        {std::string("+12.5\x14\x14\0", 8), 12.5, {}},
-        {std::string("+0\x14\x14" "Debut\x14\0" "-0.5\x15" "3\x14" "A\x14" "B\x14\0\0\0", 25), 0,
+        {"+12.5\x14\x14\0"s, 12.5, {}},
+        {"+0\x14\x14" "Debut\x14\0" "-0.5\x15" "3\x14" "A\x14" "B\x14\0\0\0"s, 0,
          {{0, std::nullopt, "Debut"}, {-0.5, 3.0, "A"}, {-0.5, 3.0, "B"}}},
-        {std::string("+7\x14\x14\0" "+8.000\x15" ".5\x14\x14\0", 18), 7, {}},
+        {"+7\x14\x14\0" "+8.000\x15" ".5\x14\x14\0"s, 7, {}},
+        {"+1\x14\x14\0" "+2\x14" "R\xE9veil\x14" "\xC3\x89veil\x14\0"s, 1,
+         {{2, std::nullopt, "Réveil"}, {2, std::nullopt, "Éveil"}}},
     };
     for (const Case& c : cases) {
         double start = -1;
@@ -356,9 +359,9 @@ std::vector<Corruption> Corruptions() {
         {"cut_in_data", 0, "", "number of data records"},  // `at` set below
         {"tal_onset", 0, "x", "EDF Annotations, enregistrement 0"},
         {"tal_unterminated", 0, "", "EDF Annotations, enregistrement 1"},
-        {"tal_not_time_keeping", 0, std::string("+1\x14" "hi\x14\0", 7), "enregistrement 2 : la première TAL"},
-        {"tal_not_contiguous", 0, std::string("+2\x14\x14\0", 5), "continu (+C)"},
-        {"tal_overlap", 0, std::string("+0\x14\x14\0", 5), "avant la fin"},
+        {"tal_not_time_keeping", 0, "+1\x14" "hi\x14\0"s, "enregistrement 2 : la première TAL"},
+        {"tal_not_contiguous", 0, "+2\x14\x14\0"s, "continu (+C)"},
+        {"tal_overlap", 0, "+0\x14\x14\0"s, "avant la fin"},
     };
 }
 
