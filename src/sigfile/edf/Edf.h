@@ -18,6 +18,12 @@
 // start date and time.  "EDF+C" / "BDF+C" in the reserved field says the
 // records follow one another without gaps; "EDF+D" / "BDF+D" that they may
 // not, the time-keeping TALs then giving each record's start.
+//
+// The pieces: EdfWriter (EdfWriter.h) writes a file record by record;
+// EdfReader (EdfReader.h) checks and reads one; EdfBlockReader (EdfBlocks.h)
+// re-cuts a file's records into blocks of another duration, such as native
+// records; CheckNativeRates and EdfResampler (EdfResample.h) decide whether
+// a file's rates fit a native recording and resample those that do not.
 #pragma once
 
 #include <optional>
