@@ -21,7 +21,9 @@ LONG SampleAt(const EdfSignal& s, int record, int k, size_t signal) {
     return LONG(s.digitalMin + (n * 2654435761ll) % span);
 }
 
-bool WriteOne(const std::string& path, EdfFormat format) {
+// `fraction`: a start that is not on a whole second; the header keeps the
+// second and the TALs the fraction, and onsets stay relative to the first sample.
+bool WriteOne(const std::string& path, EdfFormat format, double fraction) {
     const bool bdf = IsBdf(format);
     EdfHeader header;
     header.format = format;
@@ -32,7 +34,7 @@ bool WriteOne(const std::string& path, EdfFormat format) {
     header.patient.birthDay = 9;
     header.patient.name = "Hélène Dupont";
     header.recording.equipment = "sigfile";
-    header.start = CSDateTime(2024, 2, 29, 23, 59, 30);
+    header.start = CSDateTime(2024, 2, 29, 23, 59, 30 + fraction);
     header.recordDuration = 0.25;
 
     std::vector<EdfSignal> signals(3);
@@ -96,7 +98,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string dir = argv[1];
-    return WriteOne(dir + "/sample.edf", EdfFormat::EdfPlus) && WriteOne(dir + "/sample.bdf", EdfFormat::BdfPlus)
+    return WriteOne(dir + "/sample.edf", EdfFormat::EdfPlus, 0) && WriteOne(dir + "/sample.bdf", EdfFormat::BdfPlus, 0.5)
                ? 0
                : 1;
 }
