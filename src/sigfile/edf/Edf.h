@@ -159,10 +159,16 @@ bool ParseTals(const std::string& bytes, bool timeKeeping, double& recordStart,
 
 // ---- Annotation plan for a writer -----------------------------------------
 
-// Which record carries each annotation, and how many bytes the busiest
-// record's TALs take (time-keeping TAL included).  An annotation goes into
-// the last record that starts at or before its onset (the first record when
-// it comes before all of them).  recordStarts are ascending.
+// Which record carries each annotation, and how many bytes each record's
+// annotation signal holds (time-keeping TAL included).  An annotation goes
+// into its home record, the last one starting at or before its onset (the
+// first record when it comes before all of them), unless the room of that
+// record is taken, when it goes into the next record with room: readers take
+// an annotation's time from its onset, not from the record carrying it.  The
+// room is the smallest that places every annotation this way, so that a
+// burst of annotations does not widen every record of the file.
+// recordStarts are ascending; the annotations keep their order within a
+// record.
 struct EdfAnnotationPlan {
     std::vector<std::vector<EdfAnnotation>> perRecord;
     size_t bytesPerRecord = 0;

@@ -308,18 +308,57 @@ bool ParseTals(const std::string& bytes, bool timeKeeping, double& recordStart,
 EdfAnnotationPlan PlanAnnotations(const std::vector<double>& recordStarts,
                                   const std::vector<EdfAnnotation>& annotations, double timeOffset) {
     EdfAnnotationPlan plan;
-    plan.perRecord.resize(recordStarts.size());
-    std::vector<size_t> bytes(recordStarts.size());
-    for (size_t i = 0; i < recordStarts.size(); ++i)
-        bytes[i] = BuildTimeKeepingTal(recordStarts[i] + timeOffset).size();
-    for (const EdfAnnotation& a : annotations) {
-        if (recordStarts.empty()) break;
-        auto it = std::upper_bound(recordStarts.begin(), recordStarts.end(), a.onset);
-        size_t index = it == recordStarts.begin() ? 0 : size_t(it - recordStarts.begin()) - 1;
-        plan.perRecord[index].push_back(a);
-        bytes[index] += BuildTal(a.onset + timeOffset, a.duration, &a.text).size();
+    const size_t records = recordStarts.size();
+    plan.perRecord.resize(records);
+    if (records == 0) return plan;
+    std::vector<size_t> timeKeeping(records);
+    for (size_t i = 0; i < records; ++i) timeKeeping[i] = BuildTimeKeepingTal(recordStarts[i] + timeOffset).size();
+
+    // Each annotation's home record (the last one starting at or before its
+    // onset) and TAL size, in home order.
+    struct Item {
+        size_t home, bytes, index;
+    };
+    std::vector<Item> items;
+    std::vector<size_t> atHome(timeKeeping);
+    for (size_t a = 0; a < annotations.size(); ++a) {
+        const EdfAnnotation& ann = annotations[a];
+        auto it = std::upper_bound(recordStarts.begin(), recordStarts.end(), ann.onset);
+        size_t home = it == recordStarts.begin() ? 0 : size_t(it - recordStarts.begin()) - 1;
+        size_t bytes = BuildTal(ann.onset + timeOffset, ann.duration, &ann.text).size();
+        items.push_back({home, bytes, a});
+        atHome[home] += bytes;
     }
-    for (size_t b : bytes) plan.bytesPerRecord = std::max(plan.bytesPerRecord, b);
+    std::stable_sort(items.begin(), items.end(), [](const Item& x, const Item& y) { return x.home < y.home; });
+
+    // Fills the records in order, each up to `room` bytes, an annotation going
+    // into its home record or, when that is full, a later one.
+    auto place = [&](size_t room, bool keep) {
+        size_t next = 0, first = 0;  // items[first, next) wait for room
+        for (size_t r = 0; r < records; ++r) {
+            while (next < items.size() && items[next].home == r) ++next;
+            size_t used = timeKeeping[r];
+            if (used > room) return false;
+            while (first < next && used + items[first].bytes <= room) {
+                used += items[first].bytes;
+                if (keep) plan.perRecord[r].push_back(annotations[items[first].index]);
+                ++first;
+            }
+        }
+        return first == items.size();
+    };
+    // Every annotation in its home record always fits the busiest home
+    // record; spreading a burst of annotations over the following records
+    // may need much less room in every record of the file.
+    size_t lo = *std::max_element(timeKeeping.begin(), timeKeeping.end());
+    size_t hi = *std::max_element(atHome.begin(), atHome.end());
+    while (lo < hi) {
+        size_t mid = lo + (hi - lo) / 2;
+        if (place(mid, false)) hi = mid;
+        else lo = mid + 1;
+    }
+    place(hi, true);
+    plan.bytesPerRecord = hi;
     return plan;
 }
 

@@ -3,6 +3,7 @@
 // malformed file is refused with the faulty field named.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 
 #include "sigfile/edf/EdfReader.h"
@@ -153,6 +154,40 @@ TEST(EdfReader, DiscontinuousRecordsKeepTheirStartTimes) {
     for (LONGLONG r = 0; r < 5; ++r) EXPECT_EQ(reader.RecordStart(r), starts[size_t(r)]);
     EXPECT_EQ(reader.Annotations(), annotations);
     ExpectSameSamples(reader, signals);
+}
+
+TEST(EdfReader, ABurstOfAnnotationsIsSpreadOverTheFollowingRecords) {
+    std::vector<double> starts;
+    for (int r = 0; r < 300; ++r) starts.push_back(r);
+    std::vector<EdfAnnotation> burst;
+    for (int i = 0; i < 200; ++i) burst.push_back({1.0 + i * 0.001, 0.5, "Artefact " + std::to_string(i)});
+    burst.push_back({250.5, std::nullopt, "Fin"});
+    EdfAnnotationPlan plan = PlanAnnotations(starts, burst);
+    // All in record 1 would take some 5 kB in each of the 300 records.
+    EXPECT_LT(plan.bytesPerRecord, 100u);
+    size_t placed = 0;
+    for (size_t r = 0; r < plan.perRecord.size(); ++r)
+        for (const EdfAnnotation& a : plan.perRecord[r]) {
+            EXPECT_LE(starts[size_t(std::floor(a.onset))], starts[r]) << a.text << " before its onset";
+            ++placed;
+        }
+    EXPECT_EQ(placed, burst.size());
+    EXPECT_EQ(plan.perRecord[250].size(), 1u);  // past the burst, back home
+
+    testsupport::TempDir dir;
+    const std::string path = dir / "burst.edf";
+    EdfHeader header = Header(EdfFormat::EdfPlus);
+    header.recordDuration = 1;
+    std::vector<EdfSignal> signals = {edftest::Signal("EEG", 8, -32768, 32767, -100, 100)};
+    std::string error;
+    ASSERT_TRUE(edftest::WriteFile(path, header, signals, starts, burst, error)) << error;
+    EdfReader reader;
+    ASSERT_TRUE(reader.Open(path, error)) << error;
+    ASSERT_EQ(reader.Annotations().size(), burst.size());
+    for (size_t i = 0; i < burst.size(); ++i) {
+        EXPECT_NEAR(reader.Annotations()[i].onset, burst[i].onset + 0.25, 1e-9);
+        EXPECT_EQ(reader.Annotations()[i].text, burst[i].text);
+    }
 }
 
 TEST(EdfReader, TalsWithSeveralTextsDurationsAndNegativeOnsets) {
