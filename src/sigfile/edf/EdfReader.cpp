@@ -99,7 +99,7 @@ bool EdfReader::Open(const std::string& path, std::string& error) {
         m_file.reset();
         return false;
     }
-    bool ok = ParseHeader(path, error) && ReadAnnotations(error);
+    bool ok = ParseHeader(error) && ReadAnnotations(error);
     if (!ok) {
         Close();
         error = "Fichier EDF/BDF invalide (" + path + ") : " + error;
@@ -107,7 +107,7 @@ bool EdfReader::Open(const std::string& path, std::string& error) {
     return ok;
 }
 
-bool EdfReader::ParseHeader(const std::string&, std::string& error) {
+bool EdfReader::ParseHeader(std::string& error) {
     const ULONGLONG length = m_file->GetLength();
     if (length < 256) {
         error = StrFormat("header : %llu octets, moins que les 256 octets de l'en-tête", ULL(length));

@@ -48,7 +48,7 @@ private:
         size_t offset = 0;  // byte offset inside a record
         size_t bytes = 0;
     };
-    bool ParseHeader(const std::string& path, std::string& error);
+    bool ParseHeader(std::string& error);
     bool ReadAnnotations(std::string& error);
     bool ReadAt(ULONGLONG position, void* buffer, size_t size);
 

@@ -215,6 +215,10 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
     m_annotationSamples = 0;
     if (IsPlus(m_format)) {
         size_t room = annotationBytes ? annotationBytes : kTimeKeepingRoom;
+        if (room > (size_t(1) << 24)) {
+            error = "number of samples in each data record : les annotations d'un enregistrement dépassent 16 Mio";
+            return false;
+        }
         m_annotationSamples = int((room + SampleBytes(m_format) - 1) / SampleBytes(m_format));
     }
     EdfHeader written = header;
