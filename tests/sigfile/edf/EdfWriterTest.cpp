@@ -130,6 +130,31 @@ TEST(EdfWriter, GapsMarkTheFileDiscontinuousAndFractionsGoToTheTals) {
     EXPECT_EQ(file.substr(1024 + 2 * record + 15, 9), std::string("+10.25\x14\x14\0", 9));
 }
 
+TEST(EdfWriter, NothingReachesTheTargetUntilClose) {
+    testsupport::TempDir dir;
+    const std::string path = dir / "night.edf";
+    edftest::WriteAll(path, "previous export");
+    auto signals = SampleSignals();
+    std::string error;
+    {
+        EdfWriter writer;
+        ASSERT_TRUE(writer.Open(path, SampleHeader(EdfFormat::EdfPlus), signals, 0, error)) << error;
+        ASSERT_TRUE(writer.WriteRecord(0, edftest::Samples(signals, 0), {}, error)) << error;
+        EXPECT_EQ(edftest::ReadAll(path), "previous export");
+    }  // dropped without Close, as when the caller gives up
+    EXPECT_EQ(edftest::ReadAll(path), "previous export");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path), std::filesystem::directory_iterator()), 1);
+
+    // An export without records is still a valid file.
+    EdfWriter writer;
+    ASSERT_TRUE(writer.Open(path, SampleHeader(EdfFormat::EdfPlus), signals, 0, error)) << error;
+    ASSERT_TRUE(writer.Close(error)) << error;
+    const std::string file = edftest::ReadAll(path);
+    EXPECT_EQ(file.size(), 1024u);
+    EXPECT_EQ(file.substr(236, 8), Pad("0", 8));
+    EXPECT_FALSE(writer.Close(error));
+}
+
 TEST(EdfWriter, NumberFieldsKeepTheirMeaningInEightCharacters) {
     struct Case {
         double value, scale;
