@@ -181,9 +181,73 @@ void Reorder(float* data, const ComplexPlan& plan) {
     }
 }
 
+// Multiplies both complex numbers of v by Dir i.
+template <int Dir>
+inline V4 TimesI(V4 v) {
+    return SwapPairs(v) * (Dir > 0 ? Make(-1.0f, 1.0f, -1.0f, 1.0f) : Make(1.0f, -1.0f, 1.0f, -1.0f));
+}
+
+// Two complex products b x w at a time, w given by its paired tables.
+template <int Dir>
+inline V4 Twiddle(V4 b, const float* wr, const float* wi) {
+    V4 cross = SwapPairs(b) * Load(wi);
+    return Dir > 0 ? b * Load(wr) + cross : b * Load(wr) - cross;
+}
+
+// One radix-2 stage of half-size m (m >= 2).
+template <int Dir>
+void Radix2Stage(float* data, unsigned n, unsigned m, const ComplexPlan& plan) {
+    const float* wr = plan.wr.data() + 2 * (m - 2);
+    const float* wi = plan.wi.data() + 2 * (m - 2);
+    const unsigned span = 2 * m;  // floats between the two inputs of a butterfly
+    for (unsigned k = 0; k < 2 * n; k += 2 * span) {
+        float* a = data + k;
+        float* b = a + span;
+        for (unsigned j = 0; j < span; j += 4) {
+            V4 va = Load(a + j);
+            V4 t = Twiddle<Dir>(Load(b + j), wr + j, wi + j);
+            Store(a + j, va + t);
+            Store(b + j, va - t);
+        }
+    }
+}
+
+// The radix-2 stages of half-sizes m and 2m done in one pass over the data:
+// for each j the four points j, j + m, j + 2m, j + 3m of a block of 4m go
+// through both stages while in registers.  The twiddle of the second stage
+// for j + m is the one for j times Dir i.
+template <int Dir>
+void Radix2PairStage(float* data, unsigned n, unsigned m, const ComplexPlan& plan) {
+    const float* wr1 = plan.wr.data() + 2 * (m - 2);
+    const float* wi1 = plan.wi.data() + 2 * (m - 2);
+    const float* wr2 = plan.wr.data() + 2 * (2 * m - 2);
+    const float* wi2 = plan.wi.data() + 2 * (2 * m - 2);
+    const unsigned span = 2 * m;
+    for (unsigned k = 0; k < 2 * n; k += 4 * span) {
+        float* p0 = data + k;
+        float* p1 = p0 + span;
+        float* p2 = p1 + span;
+        float* p3 = p2 + span;
+        for (unsigned j = 0; j < span; j += 4) {
+            V4 x0 = Load(p0 + j);
+            V4 x2 = Load(p2 + j);
+            V4 t1 = Twiddle<Dir>(Load(p1 + j), wr1 + j, wi1 + j);
+            V4 t3 = Twiddle<Dir>(Load(p3 + j), wr1 + j, wi1 + j);
+            V4 y0 = x0 + t1, y1 = x0 - t1;
+            V4 y2 = x2 + t3, y3 = x2 - t3;
+            V4 u2 = Twiddle<Dir>(y2, wr2 + j, wi2 + j);
+            V4 u3 = TimesI<Dir>(Twiddle<Dir>(y3, wr2 + j, wi2 + j));
+            Store(p0 + j, y0 + u2);
+            Store(p2 + j, y0 - u2);
+            Store(p1 + j, y1 + u3);
+            Store(p3 + j, y1 - u3);
+        }
+    }
+}
+
 // The butterflies of an already reordered array.  Stages of half-size 1 and
-// 2 are done together (their twiddles are 1 and +-i); the others take two
-// complex butterflies at a time.
+// 2 are done together (their twiddles are 1 and Dir i); the others go by
+// pairs of stages, the last one alone when their number is odd.
 template <int Dir>
 void Butterflies(float* data, const ComplexPlan& plan) {
     const unsigned n = plan.n;
@@ -196,40 +260,22 @@ void Butterflies(float* data, const ComplexPlan& plan) {
         return;
     }
     if (n < 4) return;
+    const V4 plusMinus = Make(1.0f, 1.0f, -1.0f, -1.0f);
+    const V4 keepLow = Make(1.0f, 1.0f, 0.0f, 0.0f);
+    const V4 keepHigh = Make(0.0f, 0.0f, 1.0f, 1.0f);
     for (unsigned k = 0; k < 2 * n; k += 8) {
         float* x = data + k;
-        float s0r = x[0] + x[2], s0i = x[1] + x[3];
-        float d0r = x[0] - x[2], d0i = x[1] - x[3];
-        float s1r = x[4] + x[6], s1i = x[5] + x[7];
-        float d1r = x[4] - x[6], d1i = x[5] - x[7];
-        // (Dir i) * d1
-        float tr = -Dir * d1i, ti = Dir * d1r;
-        x[0] = s0r + s1r;
-        x[1] = s0i + s1i;
-        x[4] = s0r - s1r;
-        x[5] = s0i - s1i;
-        x[2] = d0r + tr;
-        x[3] = d0i + ti;
-        x[6] = d0r - tr;
-        x[7] = d0i - ti;
+        V4 v0 = Load(x);
+        V4 v1 = Load(x + 4);
+        V4 a = SwapHalves(v0) + v0 * plusMinus;  // (x0 + x1, x0 - x1)
+        V4 b = SwapHalves(v1) + v1 * plusMinus;  // (x2 + x3, x2 - x3)
+        b = b * keepLow + TimesI<Dir>(b) * keepHigh;
+        Store(x, a + b);
+        Store(x + 4, a - b);
     }
-    for (unsigned m = 4; m < n; m *= 2) {
-        const float* wr = plan.wr.data() + 2 * (m - 2);
-        const float* wi = plan.wi.data() + 2 * (m - 2);
-        const unsigned span = 2 * m;  // floats between the two inputs of a butterfly
-        for (unsigned k = 0; k < 2 * n; k += 2 * span) {
-            float* a = data + k;
-            float* b = a + span;
-            for (unsigned j = 0; j < span; j += 4) {
-                V4 va = Load(a + j);
-                V4 vb = Load(b + j);
-                V4 cross = SwapPairs(vb) * Load(wi + j);
-                V4 t = Dir > 0 ? vb * Load(wr + j) + cross : vb * Load(wr + j) - cross;
-                Store(a + j, va + t);
-                Store(b + j, va - t);
-            }
-        }
-    }
+    unsigned m = 4;
+    for (; 2 * m < n; m *= 4) Radix2PairStage<Dir>(data, n, m, plan);
+    if (m < n) Radix2Stage<Dir>(data, n, m, plan);
 }
 
 // Separates the FFT of n/2 complex points (the even and odd samples of a

@@ -145,7 +145,7 @@ TEST(Fft, ScaledSpectrumWithTheUsualSign) {
     EXPECT_EQ(data[1], 0.0f);  // the Nyquist term (0.25 here) is dropped
     EXPECT_NEAR(data[10], 0.5, 1e-6);
     EXPECT_NEAR(data[11], 0.0, 1e-6);
-    // sin = (e^{i} - e^{-i}) / 2i: bin 9 of the usual kernel is -i/4 x 0.5... / 2.
+    // 0.5 sin gives -i n / 4 in bin 9 of the usual kernel: -0.25 i after scaling.
     EXPECT_NEAR(data[18], 0.0, 1e-6);
     EXPECT_NEAR(data[19], -0.25, 1e-6);
 }
