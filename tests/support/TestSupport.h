@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -103,5 +106,24 @@ public:
     std::string operator/(const std::string& name) const { return path + "/" + name; }
     std::string path;
 };
+
+// Runs the sigfile program with the arguments (a shell command line) and
+// returns its exit status and what it printed (standard output and error).
+struct ToolResult {
+    int status;
+    std::string out;
+};
+inline ToolResult RunTool(const std::string& args) {
+    std::string cmd = std::string(SIGFILE_TOOL_PATH) + " " + args + " 2>&1";
+    ToolResult r{-1, {}};
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    int st = pclose(p);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return r;
+}
 
 }  // namespace testsupport

@@ -41,10 +41,12 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
+        // Bad usage: what was wrong, then a usage line.
         std::fprintf(stderr, "%s\n", e.what());
-        std::string usage = "usage: sigfile <command> [options]; see sigfile --help";
-        for (const CLI::App* sub : app.get_subcommands()) usage = "usage: " + sub->help("sigfile " + sub->get_name(), CLI::AppFormatMode::Normal).substr(0, 0) + "see sigfile " + sub->get_name() + " --help";
-        std::fprintf(stderr, "%s\n", usage.c_str());
+        std::string name = "<command>";
+        for (const CLI::App* sub : app.get_subcommands()) name = sub->get_name();
+        std::fprintf(stderr, "usage: sigfile %s ... (see sigfile %s--help)\n", name.c_str(),
+                     name == "<command>" ? "" : (name + " ").c_str());
         return 2;
     }
     return g_exitStatus;
