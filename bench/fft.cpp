@@ -5,19 +5,28 @@
 //   RESULT fft_<n> <us per transform> ratio=<ours / FFTW> target=3
 //   RESULT spectral_1h_21ch <CPU seconds> ratio=<seconds / 1 s budget> target=1
 //
+// The second figure has no program of another make to compare with: its
+// ratio is against the budget of one second of CPU for the whole file.
+//
 // Without FFTW (bench/fft.cmake did not find it) the FFT lines compare with a
 // textbook radix-2 FFT computed here instead, named fft_<n>_vs_textbook.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
 #include <random>
 #include <vector>
 
+#include <unistd.h>
+
+#include "montage/mtgs.h"
 #include "sigfile/SigRec.h"
+#include "spectral/CsaCompute.h"
+#include "spectral/Csafile.h"
 #include "spectral/Fft.h"
 #include "spectral/Specrec.h"
 
@@ -150,39 +159,61 @@ void BenchFft() {
 }
 
 // One hour of 21 channels at 256 Hz in 1 s records, analysed in 2 s epochs
-// with a Hanning window and mean removal: 1800 spectra.
+// with a Hanning window and mean removal into a spectral file pair: 1800
+// spectral records written through CCsaFile.  The records are made before
+// the clock starts; the figure is the CPU time of the analysis and writing.
 void BenchSpectralFile() {
-    const unsigned channels = 21, freq = 256, records = 3600;
+    const unsigned channels = 21, freq = 256;
+    const LONG records = 3600;
+    const char* names[channels] = {"Fp1", "Fp2", "F7", "F3", "Fz", "F4", "F8", "T3", "C3", "Cz", "C4",
+                                   "T4",  "T5",  "P3", "Pz", "P4", "T6", "O1", "O2", "A1", "A2"};
+    CPhysicalMontage pm("Bench", 0);
+    for (const char* e : names) pm.AddElectrode(e, CPhysicalMontage::GetStdElecPosition(e));
+    CRecordingMontage* rec = pm.CreateRecordingMontage();
+    rec->SetSamplesRecord(freq);
+    rec->SetBaseFrequency(freq);
+    for (const char* e : names) rec->AddChannel(e, "", 1, 1, freq, 0, 0, "");
+
     std::mt19937 gen(2);
     std::normal_distribution<float> noise(0.0f, 20e-6f);
     std::vector<std::unique_ptr<CFmtSigRec>> recs;
     recs.reserve(records);
     CSDateTime start(2026, 1, 31, 22, 0, 0);
-    for (unsigned r = 0; r < records; ++r) {
-        auto rec = std::make_unique<CFmtSigRec>(channels, freq);
-        rec->SetTime(start + CSTimeSpan(r));
+    for (LONG r = 0; r < records; ++r) {
+        auto one = std::make_unique<CFmtSigRec>(channels, freq);
+        one->SetTime(start + CSTimeSpan(r));
         for (unsigned c = 0; c < channels; ++c)
             for (unsigned s = 0; s < freq; ++s)
-                rec->SetAt(c, s, noise(gen) + 30e-6f * std::sin(2.0f * 3.14159265f * 10.0f * (r * freq + s) / freq));
-        recs.push_back(std::move(rec));
+                one->SetAt(c, s, noise(gen) + 30e-6f * std::sin(2.0f * 3.14159265f * 10.0f * (r * freq + s) / freq));
+        recs.push_back(std::move(one));
     }
+    auto reader = [&](LONG index, CFmtSigRec& out) {
+        out = *recs[static_cast<size_t>(index)];
+        return 1;
+    };
+
+    char folder[] = "/tmp/sigfile-bench-XXXXXX";
+    if (!mkdtemp(folder)) return;
+    const std::string out = std::string(folder) + "/bench.SPC";
+    std::vector<WORD> selected(channels);
+    for (unsigned c = 0; c < channels; ++c) selected[c] = static_cast<WORD>(c);
+    CSpectralSettings settings;
+    settings.fftEpochLen = 2.0f;
+    settings.preProcessing = CFftFactory::preMean;
+    settings.tapering = CFftFactory::taperHanning;
 
     double cpu0 = CpuSeconds();
-    CFftFactory factory(2.0, CFftFactory::preMean, CFftFactory::taperHanning);
-    for (unsigned c = 0; c < channels; ++c) factory.AddChannel(static_cast<WORD>(c), freq);
-    std::unique_ptr<CFftRec> fft(factory.CreateCompatibleFftRec());
-    CSpecRec spec;
-    spec.Create(0.5f, channels, static_cast<WORD>(freq));
-    double checksum = 0.0;
-    for (unsigned r = 0; r + 1 < records; r += 2) {
-        const CFmtSigRec* pair[2] = {recs[r].get(), recs[r + 1].get()};
-        factory.Transform(0.0, pair, 2, *fft);
-        spec.Transform(*fft);
-        checksum += spec.GetAt(0, 20);
-    }
+    long error = 0;
+    int ok = ComputeSpectralFile(out.c_str(), rec, channels, selected.data(), settings, records, reader, "bench.SIG",
+                                 "", nullptr, nullptr, &error);
     double cpu = CpuSeconds() - cpu0;
+    CCsaFile::Delete(out.c_str());
+    rmdir(folder);
+    if (!ok) {
+        std::fprintf(stderr, "spectral file failed: %ld\n", error);
+        return;
+    }
     std::printf("RESULT spectral_1h_21ch %.4fs ratio=%.3f target=1\n", cpu, cpu / 1.0);
-    std::fprintf(stderr, "(checksum %g)\n", checksum);
 }
 
 }  // namespace
