@@ -149,3 +149,11 @@ TEST(Fft, ScaledSpectrumWithTheUsualSign) {
     EXPECT_NEAR(data[18], 0.0, 1e-6);
     EXPECT_NEAR(data[19], -0.25, 1e-6);
 }
+
+TEST(Fft, DumpFloatDataLayout) {
+    const float values[5] = {1.0f, -2.5f, 3.25f, 100.0f, 0.0f};
+    testing::internal::CaptureStdout();
+    CFftFactory::DumpFloatData(values, 5, 2);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "\n\n::: Data for 5 points :::\n   1.000   -2.500 \n   3.250  100.000 \n   0.000 ");
+}
