@@ -44,18 +44,25 @@ double CpuSeconds() {
     return ts.tv_sec + ts.tv_nsec * 1e-9;
 }
 
-// Best time per call of fn in microseconds over several runs.
+// Microseconds per call of one batch of fn.
 template <class Fn>
-double TimePerCall(Fn fn, unsigned n) {
-    unsigned iterations = std::max(200u, 4000000u / n);
-    double best = 1e30;
-    for (int run = 0; run < 7; ++run) {
-        auto t0 = Clock::now();
-        for (unsigned i = 0; i < iterations; ++i) fn();
-        double us = std::chrono::duration<double, std::micro>(Clock::now() - t0).count() / iterations;
-        best = std::min(best, us);
+double BatchTime(Fn& fn, unsigned iterations) {
+    auto t0 = Clock::now();
+    for (unsigned i = 0; i < iterations; ++i) fn();
+    return std::chrono::duration<double, std::micro>(Clock::now() - t0).count() / iterations;
+}
+
+// Best time per call of ours and of base, in microseconds.  Batches of the
+// two alternate, so that a change in the machine's load between them does not
+// favour either side.
+template <class A, class B>
+void TimeBoth(A ours, B base, unsigned n, double& oursUs, double& baseUs) {
+    const unsigned iterations = std::max(100u, 1000000u / n);
+    oursUs = baseUs = 1e30;
+    for (int run = 0; run < 21; ++run) {
+        oursUs = std::min(oursUs, BatchTime(ours, iterations));
+        baseUs = std::min(baseUs, BatchTime(base, iterations));
     }
-    return best;
 }
 
 #ifndef SIGFILE_BENCH_HAVE_FFTW3F
@@ -128,30 +135,28 @@ void BenchFft() {
         std::vector<float> input(n);
         for (float& v : input) v = dist(gen);
         std::vector<float> work(n);
-        double ours = TimePerCall(
-            [&] {
-                std::memcpy(work.data(), input.data(), n * sizeof(float));
-                CFftFactory::RealFft(work.data(), n, 1);
-            },
-            n);
+        auto oursFn = [&] {
+            std::memcpy(work.data(), input.data(), n * sizeof(float));
+            CFftFactory::RealFft(work.data(), n, 1);
+        };
+        double ours = 0.0, base = 0.0;
 #ifdef SIGFILE_BENCH_HAVE_FFTW3F
         float* in = fftwf_alloc_real(n);
         fftwf_complex* out = fftwf_alloc_complex(n / 2 + 1);
         fftwf_plan plan = fftwf_plan_dft_r2c_1d(static_cast<int>(n), in, out, FFTW_MEASURE);
         std::copy(input.begin(), input.end(), in);
-        double base = TimePerCall([&] { fftwf_execute(plan); }, n);
+        TimeBoth(oursFn, [&] { fftwf_execute(plan); }, n, ours, base);
         fftwf_destroy_plan(plan);
         fftwf_free(in);
         fftwf_free(out);
         std::printf("RESULT fft_%u %.3fus ratio=%.2f target=3\n", n, ours, ours / base);
 #else
         std::vector<float> other(n);
-        double base = TimePerCall(
-            [&] {
-                std::memcpy(other.data(), input.data(), n * sizeof(float));
-                TextbookReal(other.data(), n);
-            },
-            n);
+        auto baseFn = [&] {
+            std::memcpy(other.data(), input.data(), n * sizeof(float));
+            TextbookReal(other.data(), n);
+        };
+        TimeBoth(oursFn, baseFn, n, ours, base);
         std::printf("RESULT fft_%u_vs_textbook %.3fus ratio=%.2f target=1\n", n, ours, ours / base);
 #endif
         std::fflush(stdout);
