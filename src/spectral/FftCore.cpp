@@ -286,7 +286,7 @@ void RealSplit(float* data, unsigned n, const RealPlan& plan) {
     const unsigned quarter = n / 4;
     const float half = 0.5f;
     const float sh = Dir * 0.5f;
-    // Scalar form for bin 1 (and for every bin of short transforms).
+    // Bin 1 alone; the bins after it go two at a time.
     auto scalarBin = [&](unsigned k) {
         float* f = data + 2 * k;
         float* b = data + n - 2 * k;
