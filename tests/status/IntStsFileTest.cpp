@@ -207,6 +207,18 @@ TEST(IntStsFileTest, EditingKeepsItemsOrderedAndGroupsOwned) {
     for (int b : {300, 100, 200})
         sts.AddStatusItem(new CStatusItem(group, b, CSDateTime(), b + 10, CSDateTime(), "", "", "", 0, 1));
     EXPECT_EQ(sts.GetStatusItemAt(0)->GetBeginSample(), 100);
+    // Equal ranges keep the order in which they were added, whether they
+    // were appended at once or merged later.
+    sts.AddStatusItem(new CStatusItem(group, 100, CSDateTime(), 110, CSDateTime(), "", "second", "", 0, 1));
+    sts.AddStatusItem(new CStatusItem(group, 50, CSDateTime(), 60, CSDateTime(), "", "", "", 0, 1));
+    sts.AddStatusItem(new CStatusItem(group, 100, CSDateTime(), 110, CSDateTime(), "", "third", "", 0, 1));
+    EXPECT_EQ(sts.GetNumStatusItems(), 6u);
+    EXPECT_EQ(sts.GetStatusItemAt(0)->GetBeginSample(), 50);
+    EXPECT_EQ(sts.GetStatusItemAt(2)->GetName(), "second");
+    EXPECT_EQ(sts.GetStatusItemAt(3)->GetName(), "third");
+    sts.DeleteStatusItemAt(3);
+    sts.DeleteStatusItemAt(2);
+    sts.DeleteStatusItemAt(0);
 
     AssertRecorder asserts;
     CStatusGroup foreign;
