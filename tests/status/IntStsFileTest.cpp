@@ -72,7 +72,46 @@ void WriteFile(const std::string& path, const std::vector<BYTE>& data) {
     out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
 }
 
+// A codec of another format, stored as one WORD.
+class CForeignTestCoDec : public CSigCoDec {
+    DECLARE_SERIAL(CForeignTestCoDec)
+public:
+    void Serialize(CArchive& ar) override {
+        WORD v = 0;
+        if (ar.IsStoring()) ar << v;
+        else ar >> v;
+    }
+    unsigned GetCompRecSize() const override { return 0; }
+    unsigned GetNumChannels() const override { return 0; }
+    unsigned GetSamplesRecord() const override { return 0; }
+    unsigned short* GetSamplesChannel() const override { return nullptr; }
+    CRawSigRec* CreateCompatibleRawSigRec() const override { return nullptr; }
+    CFmtSigRec* CreateCompatibleFmtSigRec() const override { return nullptr; }
+    void Compress(CRawSigRec*, CByteArray*) override {}
+    void DeCompress(CByteArray*, CRawSigRec*) override {}
+};
+IMPLEMENT_SERIAL(CForeignTestCoDec, CSigCoDec, 1)
+
 }  // namespace
+
+TEST(IntStsFileTest, ACodecOfAnotherFormatAssertsButIsKept) {
+    Description d;
+    Bytes archive;
+    archive.u16(1).append(statustest::ObjectBytes(d.header)).append(statustest::ObjectBytes(d.patient));
+    archive.newClass("CForeignTestCoDec").u16(0);
+    archive.append(statustest::ObjectBytes(d.calibration)).append(statustest::ObjectBytes(d.montage)).i32(0);
+    archive.u16(0).u16(0);
+    AssertRecorder asserts;
+    CIntStsFile sts;
+    sts.LoadFromMemory(archive.data.data(), archive.data.size());
+    EXPECT_TRUE(asserts.Saw("IntStsFile", 666));
+    EXPECT_TRUE(sts.GetSigCoDec()->IsKindOf(RUNTIME_CLASS(CForeignTestCoDec)));
+    // Something that is no codec at all is refused.
+    Bytes notCodec;
+    notCodec.u16(1).append(statustest::ObjectBytes(d.header)).append(statustest::ObjectBytes(d.patient));
+    notCodec.newClass("CStringArray").u16(0);
+    EXPECT_EQ(LoadCause(sts, notCodec), CArchiveException::badClass);
+}
 
 TEST(IntStsFileTest, LoadsAndStoresTheWholeArchiveInOrder) {
     Description d;
