@@ -119,6 +119,14 @@ TEST(CalibrationTest, GainUnitScalesTheGainButNeverTheOffset) {
     EXPECT_EQ(w1, 0.0f);
     EXPECT_EQ(v2, static_cast<float>(2.0f * 0.1 + 0.001f));  // volts at world 100
     EXPECT_EQ(w2, 100.0f);
+
+    cal.SetCalibFromGain(0, 50.0f, 0.001f, 1);  // 50 uV per unit, 1 mV at world 0
+    cal.GetCalibPoints(0, ad1, v1, w1, ad2, v2, w2);
+    EXPECT_EQ(v1, 0.001f);
+    EXPECT_EQ(v2, static_cast<float>(50.0f * 0.0001 + 0.001f));
+    cal.GetCalibGain(0, gain, offset, 1);
+    EXPECT_NEAR(gain, 50.0f, 1e-3);
+    EXPECT_NEAR(offset, 0.001f, 1e-7);
 }
 
 TEST(CalibrationTest, SingleValueConversionsTruncateAfterAddingAHalf) {
