@@ -121,14 +121,14 @@ const char* CRecordingMontage::GetPreprocessing(unsigned index) const {
 int CRecordingMontage::IsDepthChannel(unsigned index) const {
     SF_ASSERT(index < m_nChannels, kSource, __LINE__);
     if (index >= m_nChannels || !m_pPhysicalMontage) return FALSE;
+    // The active electrode decides: a referential channel against an ear or
+    // a remote reference is not a depth channel because of its reference.
     const CPhysicalMontage* pm = m_pPhysicalMontage;
-    for (const char* name : {GetElectrodeName1(index), GetElectrodeName2(index)}) {
-        if (!*name) continue;
-        if (pm->IsElecOfGroup(name)) return TRUE;
-        for (unsigned e = 0; e < pm->GetNumElectrodes(); ++e)
-            if (!pm->IsElecGroup(e) && EqualsNoCase(pm->GetElectrodeName(e), name) && pm->IsDepthElectrode(e))
-                return TRUE;
-    }
+    const char* name = GetElectrodeName1(index);
+    if (pm->IsElecOfGroup(name)) return TRUE;
+    for (unsigned e = 0; e < pm->GetNumElectrodes(); ++e)
+        if (!pm->IsElecGroup(e) && EqualsNoCase(pm->GetElectrodeName(e), name) && pm->IsDepthElectrode(e))
+            return TRUE;
     return FALSE;
 }
 

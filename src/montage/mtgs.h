@@ -354,7 +354,9 @@ public:
     const char* GetElectrodeName2(unsigned index) const;
     unsigned GetUnderSamplingMethod(unsigned index) const;
     const char* GetPreprocessing(unsigned index) const;
-    int IsDepthChannel(unsigned index) const;  // an electrode of it is a depth entry or a group electrode
+    // Electrode 1 is a group contact or an entry below the scalp (radius
+    // below 1.0, which includes sensors without a head position).
+    int IsDepthChannel(unsigned index) const;
     int HasDepthChannel() const;
     int CheckUsageElectrode(const char* name) const;  // as electrode 1 or 2, without regard to case
     // Whether another recording montage of the same physical montage has a
