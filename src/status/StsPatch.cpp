@@ -5,6 +5,7 @@
 #include <cmath>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -220,8 +221,8 @@ void CIntStsFile::PatchPatientSex(CPatientInfo* patient) {
 // Sleep stages are scored epoch by epoch:
 // - a stage group (type 4) always has extent 1 and free event names;
 // - a stage group without the group property "EpochLength" gets it, with
-//   the duration in whole seconds of its first item, or 30 s (the scoring
-//   standard's epoch) when it has none;
+//   the duration in whole seconds of its first item (when that lies between
+//   1 s and 1 h, as a scoring epoch does), else 30 s, the usual epoch;
 // - every item of a stage group carries one value per item property of its
 //   group.
 void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& items) {
@@ -234,21 +235,20 @@ void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& 
         if (g->GetGroupEventNameType() != 0) g->SetGroupEventNameType(0);
     }
     if (stages.empty()) return;
-    std::vector<const CStatusItem*> firstItem(groups.GetSize(), nullptr);
+    std::unordered_map<const CStatusGroup*, const CStatusItem*> firstItem;
     for (int i = 0; i < items.GetSize(); ++i) {
         CStatusItem* item = items.GetItemAt(i);
         if (!stages.count(item->GetGroup())) continue;
         item->FitPropertiesToGroup();
-        for (int k = 0; k < groups.GetSize(); ++k)
-            if (groups[k] == item->GetGroup() && !firstItem[k]) firstItem[k] = item;
+        firstItem.emplace(item->GetGroup(), item);
     }
     for (int k = 0; k < groups.GetSize(); ++k) {
         CStatusGroup* g = GroupAt(groups, k);
         if (!stages.count(g) || g->FindGroupProperty("EpochLength") >= 0) continue;
         long seconds = 30;
-        if (firstItem[k]) {
-            double s = (firstItem[k]->GetEndTime() - firstItem[k]->GetBeginTime()).GetTotalSeconds();
-            if (s >= 1.0) seconds = std::lround(s);
+        if (auto it = firstItem.find(g); it != firstItem.end()) {
+            double s = (it->second->GetEndTime() - it->second->GetBeginTime()).GetTotalSeconds();
+            if (s >= 1.0 && s <= 3600.0) seconds = std::lround(s);
         }
         g->AddGroupProperty("EpochLength", GetGroupPropertyDesc(g->GetGroupID().c_str(), "EpochLength").c_str(),
                             std::to_string(seconds).c_str());
