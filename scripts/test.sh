@@ -4,6 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh $(cat scripts/build-deps.txt)
+# Let ccache share objects between clones of the repository.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 for preset in default asan; do
   echo "== build and test: $preset"
   cmake --preset "$preset" >/dev/null
