@@ -10,6 +10,7 @@
 // fails and names them all.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -155,6 +156,9 @@ public:
         return 1;
     }
 
+    // What went wrong with the last record that could not be given.
+    const std::string& GetFailure() const { return m_failure; }
+
 private:
     int ReadRecorded(LONG index, CFmtSigRec& record) {
         if (index >= 0 && index < m_file.GetNumRecords()) {
@@ -181,11 +185,6 @@ private:
         return 1;
     }
 
-public:
-    // What went wrong with the last record that could not be given.
-    const std::string& GetFailure() const { return m_failure; }
-
-private:
     CSigFile& m_file;
     CCReformater* m_compiler;
     std::string m_failure;
