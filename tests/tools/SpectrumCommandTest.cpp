@@ -224,12 +224,12 @@ TEST_F(SpectrumCommandTest, SpectralInfoDescribesThePairAsJsonAndText) {
         ASSERT_TRUE(f->AddAnnotationAt(3, "réveil"));
     }
     ::testing::internal::CaptureStdout();
-    int status = sigfile_tool::PrintSpectralInfo(dir / "night.sph", true);
+    int status = sigfile_tool::PrintSpectralInfo(dir / "night.SPH", true);
     std::fflush(stdout);
     const std::string json = ::testing::internal::GetCapturedStdout();
     ASSERT_EQ(status, 0);
     auto j = nlohmann::json::parse(json);
-    EXPECT_EQ(j["file"], dir / "night.sph");
+    EXPECT_EQ(j["file"], dir / "night.SPH");
     EXPECT_EQ(j["source"]["file"], sig);
     EXPECT_EQ(j["source"]["id"], kStart.ToIso());
     EXPECT_EQ(j["patient"]["last_name"], "Martin");
