@@ -46,9 +46,10 @@ using Sines = std::vector<std::pair<double, double>>;
 
 // Writes a native recording of 0.25 s records (64 samples at the highest
 // frequency): channel c holds sines[c], sampled at frequencies[c].  The
-// first reformatted montage "bipolar" has the channel "Fp1-Fp2".
+// first reformatted montage "bipolar" has the channel "Fp1-Fp2".  From
+// record pauseAt on, the record times are a minute later (a paused recording).
 void MakeRecording(const std::string& name, const std::vector<unsigned>& frequencies, const std::vector<Sines>& sines,
-                   long records) {
+                   long records, long pauseAt = -1) {
     auto d = testsupport::DescribeRecording(frequencies);
     CReformatedMontage* ref = d.montage->GetRecordingMontageAt(0)->CreateReformatedMontage();
     ASSERT_TRUE(ref->SetMontageName("bipolar"));
@@ -67,7 +68,7 @@ void MakeRecording(const std::string& name, const std::vector<unsigned>& frequen
                 rec->SetAt(c, s, static_cast<short>(std::lround(v)));
             }
         }
-        rec->SetTime(kStart + CSTimeSpan(r * 0.25));
+        rec->SetTime(kStart + CSTimeSpan(r * 0.25 + (pauseAt >= 0 && r >= pauseAt ? 60.0 : 0.0)));
         f->MoveTo(r);
         ASSERT_TRUE(f->Write(rec.get()));
     }
@@ -182,6 +183,21 @@ TEST_F(SpectrumCommandTest, ChannelsTheEpochDoesNotFitAreLeftOutOrRefused) {
     r = RunTool("spectrum " + Args("--epoch 16"));
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("plus court"), std::string::npos) << r.out;
+}
+
+TEST_F(SpectrumCommandTest, APauseInTheRecordingBreaksTheSpectralSequence) {
+    const std::string paused = dir / "paused.SIG";
+    MakeRecording(paused, {256, 256}, {{{10, 6000}}, {}}, 40, 24);
+    ASSERT_EQ(RunTool("spectrum " + paused + " " + spc + " --epoch 2").status, 0);
+    CsaPtr f(CCsaFile::Open(spc.c_str(), 1));
+    ASSERT_TRUE(f);
+    ASSERT_EQ(f->GetNumRecords(), 5u);
+    ASSERT_EQ(f->GetNumDiscontinuities(), 1);
+    EXPECT_EQ(f->GetDiscontinuityAt(0), 3u);
+    std::unique_ptr<CSpecRec> rec(f->CreateCompatibleSpecRec());
+    ASSERT_TRUE(f->MoveTo(3));
+    ASSERT_TRUE(f->Read(*rec));
+    EXPECT_NEAR(rec->GetTime().GetValue(), (kStart + CSTimeSpan(66.0)).GetValue(), 1e-8);
 }
 
 TEST_F(SpectrumCommandTest, BadUsageExitsWithTwo) {
