@@ -13,6 +13,12 @@ namespace sigfile_tool {
 extern int g_exitStatus;
 
 void RegisterFormatCommand(CLI::App& app);
+void RegisterSpectrumCommand(CLI::App& app);
+
+// Describes a spectral file pair named by its ".SPC" or ".SPH" file on
+// standard output, as text or as one JSON object; returns the exit status
+// (0, or 1 with the French failure text on standard error).
+int PrintSpectralInfo(const std::string& file, bool json);
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);

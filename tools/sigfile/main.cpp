@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
     app.fallthrough(false);
 
     RegisterFormatCommand(app);
+    RegisterSpectrumCommand(app);
 
     try {
         app.parse(argc, argv);
