@@ -13,6 +13,13 @@ namespace sigfile_tool {
 extern int g_exitStatus;
 
 void RegisterFormatCommand(CLI::App& app);
+void RegisterImportCommand(CLI::App& app);  // import IN.(edf|bdf) OUT.SIG [--resample]
+
+// Export to EDF+ (OUT ending .edf) or BDF+ (.bdf) for the export command:
+// montage "" is recording montage 0, records "A:B" (or "") the range.
+// Returns the exit status, the failure printed on standard error.
+int RunEdfExport(const std::string& file, const std::string& out, const std::string& montage,
+                 const std::string& records);
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);

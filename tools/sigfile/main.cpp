@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
     app.fallthrough(false);
 
     RegisterFormatCommand(app);
+    RegisterImportCommand(app);
 
     try {
         app.parse(argc, argv);

@@ -264,16 +264,20 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
         }
         if (before != 0) scale[c] = std::round((s.physicalMax - s.physicalMin) / before);
     }
+    // The 8-character fields round a computed range by up to 1e-6 of its
+    // width: it is widened first so that the written range holds every value.
     if (formulas)
         for (size_t c = 0; c < signals.size(); ++c) {
+            EdfSignal& s = signals[c];
+            const double margin = 2e-6 * (s.physicalMax - s.physicalMin);
             std::string text;
             double written = 0;
-            FormatEdfNumber(signals[c].physicalMin, 8, text, signals[c].physicalMax - signals[c].physicalMin);
-            ParseEdfNumber(text, written);
-            signals[c].physicalMin = written;
-            FormatEdfNumber(signals[c].physicalMax, 8, text, signals[c].physicalMax - written);
-            ParseEdfNumber(text, written);
-            signals[c].physicalMax = written;
+            if (FormatEdfNumber(s.physicalMin - margin, 8, text, s.physicalMax - s.physicalMin) &&
+                ParseEdfNumber(text, written))
+                s.physicalMin = written;
+            if (FormatEdfNumber(s.physicalMax + margin, 8, text, s.physicalMax - s.physicalMin) &&
+                ParseEdfNumber(text, written))
+                s.physicalMax = written;
         }
 
     // Annotations, placed by their begin sample; times are filled in when

@@ -298,7 +298,7 @@ void Importer::Annotations(CSigFile& file) {
 }
 
 bool Importer::Run(std::string& error) {
-    if (!CSigFile::IsValidFormat(m_out.c_str()) && ToUpper(ExtractExt(m_out)) != ".SIG") {
+    if (ToUpper(ExtractExt(m_out)) != ".SIG") {
         error = m_out + " : un enregistrement natif porte l'extension .SIG";
         return false;
     }
