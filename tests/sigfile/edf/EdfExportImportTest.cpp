@@ -165,7 +165,7 @@ TEST(EdfExportImportTest, NativeThroughEdfAndBdfAndBackKeepsSamplesLabelsTimesAn
         EXPECT_TRUE(reader.Header().discontinuous);
         EXPECT_EQ(reader.Header().recordDuration, 0.25);
         EXPECT_EQ(reader.RecordCount(), 20);
-        EXPECT_NEAR(reader.RecordStart(12), 6.0, 1e-6);
+        EXPECT_NEAR(reader.RecordStart(12), 6.5, 1e-6);  // from the header's whole second
         ASSERT_EQ(reader.Signals().size(), 3u);
         EXPECT_EQ(reader.Signals()[0].label, "Fp1-REF");
         EXPECT_EQ(reader.Signals()[2].transducer, "EMG");
@@ -250,9 +250,9 @@ TEST(EdfExportImportTest, RecordRangeAndReformattedMontage) {
     EdfReader reader;
     ASSERT_TRUE(reader.Open(dir / "part.edf", error)) << error;
     EXPECT_EQ(reader.RecordCount(), 10);
-    EXPECT_NEAR(reader.RecordStart(8), 5.0, 1e-6);  // record 12, after the gap
+    EXPECT_NEAR(reader.RecordStart(8), 5.5, 1e-6);  // record 12, after the gap; start 22:05:01.5
     ASSERT_EQ(reader.Annotations().size(), 2u);                          // items of records 4 to 13
-    EXPECT_NEAR(reader.Annotations()[1].onset, 800 / 256.0 + 3.0 - 1.0, 1e-6);
+    EXPECT_NEAR(reader.Annotations()[1].onset, 800 / 256.0 + 3.0 - 1.0 + 0.5, 1e-6);
     reader.Close();
 
     // Out-of-range and malformed ranges.
