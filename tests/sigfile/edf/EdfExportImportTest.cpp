@@ -255,6 +255,15 @@ TEST(EdfExportImportTest, RecordRangeAndReformattedMontage) {
     EXPECT_NEAR(reader.Annotations()[1].onset, 800 / 256.0 + 3.0 - 1.0 + 0.5, 1e-6);
     reader.Close();
 
+    // An empty range gives a valid file without records.
+    EdfExportOptions none;
+    ASSERT_TRUE(ParseRecordRange("3:3", none.firstRecord, none.endRecord));
+    ASSERT_EQ(ExportEdf(native.c_str(), (dir / "empty.edf").c_str(), none, &error), 1) << error;
+    ASSERT_TRUE(reader.Open(dir / "empty.edf", error)) << error;
+    EXPECT_EQ(reader.RecordCount(), 0);
+    EXPECT_EQ(reader.Signals().size(), 3u);
+    reader.Close();
+
     // Out-of-range and malformed ranges.
     EdfExportOptions bad;
     bad.firstRecord = 5;
