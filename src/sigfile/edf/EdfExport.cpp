@@ -283,7 +283,7 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
     // Annotations, placed by their begin sample; times are filled in when
     // their record is read.
     std::vector<PendingAnnotation> pending;
-    const LONG firstSample = LONG(first) * LONG(spr), endSample = LONG(end) * LONG(spr);
+    const LONGLONG firstSample = LONGLONG(first) * spr, endSample = LONGLONG(end) * spr;
     for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) {
         const CStatusItem* item = file->GetStatusItemAt(i);
         if (!item || item->GetBeginSample() < firstSample || item->GetBeginSample() >= endSample) continue;

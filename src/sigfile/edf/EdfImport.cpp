@@ -179,7 +179,10 @@ bool Importer::Describe(std::string& error) {
 
     m_montage = std::make_unique<CPhysicalMontage>("EDF", 0);
     CRecordingMontage* recording = m_montage->CreateRecordingMontage();
-    recording->SetBaseFrequency(unsigned(m_base));
+    if (!recording->SetBaseFrequency(unsigned(m_base))) {
+        error = StrFormat("Fréquence de base de %d Hz trop haute pour un enregistrement natif", m_base);
+        return false;
+    }
     m_calibration = std::make_unique<CCalibration>(unsigned(m_reader.Signals().size()), kAdMin, kVoltMin, kAdMax,
                                                    kVoltMax, double(m_base));
     for (size_t i = 0; i < m_reader.Signals().size(); ++i) {
@@ -287,9 +290,13 @@ void Importer::Annotations(CSigFile& file) {
         auto at = std::upper_bound(m_recordStarts.begin(), m_recordStarts.end(), it.onset + 0.5 / m_base);
         const LONG record = at == m_recordStarts.begin() ? 0 : LONG(at - m_recordStarts.begin()) - 1;
         const double within = m_recordStarts.empty() ? it.onset : it.onset - m_recordStarts[size_t(record)];
-        LONG begin = record * spr + LONG(std::lround(within * m_base));
-        begin = std::clamp<LONG>(begin, 0, std::max<LONG>(total - 1, 0));
-        LONG end = begin + (it.duration ? LONG(std::lround(*it.duration * m_base)) : 0);
+        // In double, clamped: a hostile onset or duration cannot overflow.
+        double first = std::round(double(record) * spr + within * m_base);
+        if (std::isnan(first)) first = 0;
+        const LONG begin = LONG(std::clamp(first, 0.0, double(std::max<LONG>(total - 1, 0))));
+        double length = it.duration ? std::round(*it.duration * m_base) : 0.0;
+        if (std::isnan(length)) length = 0;
+        const LONG end = LONG(std::clamp(double(begin) + length, double(begin), 2147483647.0));
         const double seconds = it.duration.value_or(0.0);
         file.AddStatusItem(new CStatusItem(group, begin, m_start + CSTimeSpan(it.onset), end,
                                            m_start + CSTimeSpan(it.onset + seconds), "", it.name.c_str(), "", 0,
