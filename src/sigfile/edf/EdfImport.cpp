@@ -237,6 +237,12 @@ bool Importer::Records(CSigFile& file, std::string& error) {
             short* out = rec->GetAt(unsigned(c));
             const unsigned n = rec->GetNumSamples(unsigned(c));
             const std::vector<LONG>& in = block.samples[c];
+            if (!ch.mapped && in.size() >= n) {
+                // The common case, kept simple enough to vectorise.
+                const LONG* v = in.data();
+                for (unsigned j = 0; j < n; ++j) out[j] = short(std::clamp<LONG>(v[j], kAdMin, kAdMax));
+                continue;
+            }
             const double k = ch.mapped ? 65535.0 / (double(ch.dmax) - double(ch.dmin)) : 0;
             for (unsigned j = 0; j < n; ++j) {
                 LONG d = in.empty() ? 0 : in[std::min<size_t>(j, in.size() - 1)];
