@@ -47,7 +47,7 @@ struct EdfImportOptions {
 // 1 on success; 0 with a French message in *error (when given).
 int ImportEdf(const char* in, const char* outSig, const EdfImportOptions& options, std::string* error);
 
-// The 16-bit AD value of a digital value of a signal (see above).
+// True when a signal's digital range fits 16 bits: its values are kept as AD values.
 inline bool FitsSixteenBits(long digitalMin, long digitalMax) {
     return digitalMin >= -32768 && digitalMax <= 32767;
 }
