@@ -1,21 +1,38 @@
-// EDF+ writer and reader throughput against plain file I/O of the same bytes.
+// EDF+ writer and reader throughput against plain file I/O of the same bytes,
+// then export and import of a native recording against the native read path.
 //
 // A 30-minute recording of 32 signals at 256 Hz (1-second records, one
 // annotation every 30 s) is written with EdfWriter and read back record by
 // record with EdfReader.  The baselines write and read the same number of
 // bytes in record-sized blocks through CFile, flushed to the disk like the
 // writer's file.  Ratios are EDF time / baseline time.
+//
+// Export / import: a 1-hour native recording of 64 channels at 256 Hz (with
+// an event every 30 s) is exported to EDF+ and the EDF+ file imported into a
+// new native recording.  The baseline reads every record of the native
+// recording with Read(CRawSigRec*).  MB/s count the 16-bit samples.
 #include <unistd.h>
 
 #include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "montage/mtgs.h"
 #include "platform/File.h"
+#include "recording/FileHeader.h"
+#include "recording/calib.h"
+#include "recording/ptntinfo.h"
+#include "sigfile/SIGFILE.h"
+#include "sigfile/edf/EdfExport.h"
+#include "sigfile/edf/EdfImport.h"
 #include "sigfile/edf/EdfReader.h"
 #include "sigfile/edf/EdfWriter.h"
+#include "status/GroupDefaults.h"
+#include "status/stsitm.h"
 
 using namespace edf;
 
@@ -27,6 +44,109 @@ constexpr int kRecords = 1800;
 
 double Seconds(std::chrono::steady_clock::time_point from) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - from).count();
+}
+
+struct Closer {
+    void operator()(CSigFile* f) const {
+        if (f) {
+            f->Close();
+            delete f;
+        }
+    }
+};
+using FilePtr = std::unique_ptr<CSigFile, Closer>;
+
+constexpr unsigned kNativeChannels = 64;
+constexpr long kNativeRecords = 3600 * 4;  // 64 samples at 256 Hz each
+
+bool WriteNative(const std::string& name) {
+    static const char* const kSites[] = {"Fp1", "Fp2", "F3", "F4", "C3", "C4", "P3", "P4", "O1", "O2", "F7", "F8",
+                                         "T3",  "T4",  "T5", "T6", "Fz", "Cz", "Pz"};
+    CFileHeader header("bench", "lab", 0, CSDateTime(2026, 1, 31, 22, 0, 0));
+    CPatientInfo patient;
+    CPhysicalMontage montage("phys", 0);
+    montage.AddElectrode("REF", CPolar3D());
+    CRecordingMontage* rec = montage.CreateRecordingMontage();
+    rec->SetBaseFrequency(256);
+    for (unsigned c = 0; c < kNativeChannels; ++c) {
+        std::string e = std::string(kSites[c % 19]) + (c < 19 ? "" : std::to_string(c / 19));
+        montage.AddElectrode(e.c_str(), CPolar3D());
+        rec->AddChannel(e.c_str(), "REF", 1, 1, 256, 0, 0, "");
+    }
+    CCalibration calibration(kNativeChannels, -32768, -0.0032768f, 32767, 0.0032767f, 256.0);
+    for (unsigned c = 0; c < kNativeChannels; ++c) calibration.SetCalibFromGain(c, 1.0f, 0.0f, 1);
+    long error = 0;
+    FilePtr f(CSigFile::Create(name.c_str(), &header, &patient, &montage, &calibration, SIGFILE_FORMAT_NATIVE,
+                               &error, 1));
+    if (!f) return false;
+    std::unique_ptr<CRawSigRec> raw(f->CreateCompatibleRawSigRec());
+    for (long r = 0; r < kNativeRecords; ++r) {
+        for (unsigned c = 0; c < kNativeChannels; ++c)
+            for (unsigned k = 0; k < 64; ++k) raw->SetAt(c, k, short((r * 7919 + c * 131 + k * 17) % 65536 - 32768));
+        raw->SetTime(CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(r * 0.25));
+        f->MoveTo(r);
+        if (!f->Write(raw.get())) return false;
+    }
+    auto* group = new CStatusGroup(groupid::kAnnotation, "Annotation", "", 3, 0, 0, -1, "", 0, 0, 1, 0);
+    f->AddGroup(group);
+    for (long s = 0; s < kNativeRecords * 64; s += 30 * 256)
+        f->AddStatusItem(new CStatusItem(group, LONG(s), CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(s / 256.0),
+                                         LONG(s), CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(s / 256.0), "",
+                                         "Note", "", 0, 1));
+    return f->Flush() != 0;
+}
+
+// Reads every record of a native recording; the checksum keeps the reads.
+double ReadNative(const std::string& name, long long& checksum) {
+    auto t0 = std::chrono::steady_clock::now();
+    FilePtr f(CSigFile::Open(name.c_str(), 1));
+    if (!f) return -1;
+    std::unique_ptr<CRawSigRec> raw(f->CreateCompatibleRawSigRec());
+    for (long r = 0; r < f->GetNumRecords(); ++r) {
+        f->MoveTo(r);
+        if (!f->Read(raw.get())) return -1;
+        checksum += raw->GetAt(0, 0);
+    }
+    return Seconds(t0);
+}
+
+int ExportImport(const std::string& folder) {
+    const std::string native = folder + "/hour.SIG", edfPath = folder + "/hour.edf", back = folder + "/back.SIG";
+    if (!WriteNative(native)) {
+        std::fprintf(stderr, "native recording not written\n");
+        return 1;
+    }
+    long long checksum = 0;
+    ReadNative(native, checksum);  // warm the page cache like the export will find it
+    const double read = ReadNative(native, checksum);
+    std::string error;
+    std::clock_t c0 = std::clock();
+    auto t0 = std::chrono::steady_clock::now();
+    if (!ExportEdf(native.c_str(), edfPath.c_str(), {}, &error)) {
+        std::fprintf(stderr, "export: %s\n", error.c_str());
+        return 1;
+    }
+    const double exported = Seconds(t0);
+    const double exportCpu = double(std::clock() - c0) / CLOCKS_PER_SEC;
+    c0 = std::clock();
+    t0 = std::chrono::steady_clock::now();
+    if (!ImportEdf(edfPath.c_str(), back.c_str(), {}, &error)) {
+        std::fprintf(stderr, "import: %s\n", error.c_str());
+        return 1;
+    }
+    const double imported = Seconds(t0);
+    const double importCpu = double(std::clock() - c0) / CLOCKS_PER_SEC;
+    const double megabytes = double(kNativeRecords) * kNativeChannels * 64 * 2 / 1e6;
+    std::printf("RESULT edf_export %.1f MB/s ratio=%.2f target=2\n", megabytes / exported, exported / read);
+    std::printf("RESULT edf_import %.1f MB/s ratio=%.2f target=2\n", megabytes / imported, imported / read);
+    std::fprintf(stderr,
+                 "(native read %.2f s, export %.2f s (%.2f s CPU), import %.2f s (%.2f s CPU), %.1f MB, checksum "
+                 "%lld)\n",
+                 read, exported, exportCpu, imported, importCpu, megabytes, checksum);
+    CSigFile::Delete(native.c_str());
+    CSigFile::Delete(back.c_str());
+    ::unlink(edfPath.c_str());
+    return 0;
 }
 
 }  // namespace
@@ -109,6 +229,7 @@ int main() {
     std::fprintf(stderr, "(%.1f MB, checksum %lld)\n", megabytes, checksum);
     ::unlink(edfPath.c_str());
     ::unlink(rawPath.c_str());
+    const int status = ExportImport(folder);
     ::rmdir(folder);
-    return 0;
+    return status;
 }

@@ -19,6 +19,13 @@ void RegisterSpectrumCommand(CLI::App& app);
 // standard output, as text or as one JSON object; returns the exit status
 // (0, or 1 with the French failure text on standard error).
 int PrintSpectralInfo(const std::string& file, bool json);
+void RegisterImportCommand(CLI::App& app);  // import IN.(edf|bdf) OUT.SIG [--resample]
+
+// Export to EDF+ (OUT ending .edf) or BDF+ (.bdf) for the export command:
+// montage "" is recording montage 0, records "A:B" (or "") the range.
+// Returns the exit status, the failure printed on standard error.
+int RunEdfExport(const std::string& file, const std::string& out, const std::string& montage,
+                 const std::string& records);
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
 
     RegisterFormatCommand(app);
     RegisterSpectrumCommand(app);
+    RegisterImportCommand(app);
 
     try {
         app.parse(argc, argv);

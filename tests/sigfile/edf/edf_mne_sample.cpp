@@ -1,6 +1,8 @@
 // Writes an EDF+ and a BDF+ file with the library's writer, and beside each a
 // JSON description of what an independent reader must find in it (labels,
-// rates, physical values in volts, annotations).  Used by check_with_mne.py.
+// rates, physical values in volts, annotations).  Also writes a small native
+// recording with status items and exports it to EDF+ through the library's
+// export.  Used by check_with_mne.py.
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -8,7 +10,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../../support/SmallRecording.h"
+#include "sigfile/edf/EdfExport.h"
 #include "sigfile/edf/EdfWriter.h"
+#include "status/GroupDefaults.h"
+#include "status/stsitm.h"
 
 using namespace edf;
 
@@ -90,6 +96,60 @@ bool WriteOne(const std::string& path, EdfFormat format, double fraction) {
     return true;
 }
 
+// A native recording of 3 channels at 256 Hz over 10 s with two items,
+// exported to `path`; the expected values come from the native reads.
+bool ExportNative(const std::string& folder, const std::string& path) {
+    const std::string native = folder + "/native.SIG";
+    auto d = testsupport::DescribeRecording({256, 256, 256});
+    long code = 0;
+    CSigFile* f = testsupport::CreateRecording(native, d, &code);
+    if (!f) return false;
+    std::unique_ptr<CRawSigRec> raw(f->CreateCompatibleRawSigRec());
+    const long records = 40;
+    for (long r = 0; r < records; ++r) {
+        testsupport::FillRecord(*raw, r);
+        f->MoveTo(r);
+        f->Write(raw.get());
+    }
+    const CSDateTime start(2026, 1, 31, 22, 5, 0);
+    auto* notes = new CStatusGroup(groupid::kAnnotation, "Annotation", "", 3, 0, 0, -1, "", 0, 0, 1, 0);
+    auto* stages = new CStatusGroup("11111111-2222-3333-4444-555555555555", "Stades", "", 3, 0, 1, -1, "", 0, 0, 1, 0);
+    f->AddGroup(notes);
+    f->AddGroup(stages);
+    f->AddStatusItem(new CStatusItem(notes, 128, start + CSTimeSpan(0.5), 128, start + CSTimeSpan(0.5), "",
+                                     "Yeux fermés", "", 0, 1));
+    f->AddStatusItem(new CStatusItem(stages, 512, start + CSTimeSpan(2.0), 1024, start + CSTimeSpan(4.0), "",
+                                     "Stade 2", "", 0, 1));
+    nlohmann::json expected;
+    expected["labels"] = nlohmann::json::array();
+    const CRecordingMontage* rec = f->GetPhysicalMontage()->GetRecordingMontageAt(0);
+    for (unsigned c = 0; c < f->GetNumChannels(); ++c) expected["labels"].push_back(rec->GetLabel(c));
+    expected["sfreq"] = 256.0;
+    std::vector<std::vector<double>> volts(f->GetNumChannels());
+    for (long r = 0; r < records; ++r) {
+        f->MoveTo(r);
+        f->Read(raw.get());
+        for (unsigned c = 0; c < f->GetNumChannels(); ++c)
+            for (unsigned k = 0; k < raw->GetNumSamples(c); ++k)
+                volts[c].push_back(f->GetCalibration()->AdToWorld(c, raw->GetAt(c, k)) * 1e-6);
+    }
+    bool ok = f->Flush() != 0;
+    f->Close();
+    delete f;
+    std::string error;
+    if (!ok || !edf::ExportEdf(native.c_str(), path.c_str(), {}, &error)) {
+        std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
+        return false;
+    }
+    expected["data"] = volts;
+    expected["annotations"] = {{{"onset", 0.5}, {"duration", 0.0}, {"text", "Yeux fermés"}},
+                               {{"onset", 2.0}, {"duration", 2.0}, {"text", "Stades: Stade 2"}}};
+    expected["meas_date"] = "2026-01-31T22:05:00";
+    expected["tolerance"] = 1e-3 * 0.1e-6;  // a thousandth of the 0.1 uV step, in volts
+    std::ofstream(path + ".json") << expected.dump();
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,7 +158,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string dir = argv[1];
-    return WriteOne(dir + "/sample.edf", EdfFormat::EdfPlus, 0) && WriteOne(dir + "/sample.bdf", EdfFormat::BdfPlus, 0.5)
+    return WriteOne(dir + "/sample.edf", EdfFormat::EdfPlus, 0) &&
+                   WriteOne(dir + "/sample.bdf", EdfFormat::BdfPlus, 0.5) && ExportNative(dir, dir + "/native.edf")
                ? 0
                : 1;
 }
