@@ -354,7 +354,9 @@ public:
     const char* GetElectrodeName2(unsigned index) const;
     unsigned GetUnderSamplingMethod(unsigned index) const;
     const char* GetPreprocessing(unsigned index) const;
-    int IsDepthChannel(unsigned index) const;  // an electrode of it is a depth entry or a group electrode
+    // Electrode 1 is a group contact or an entry below the scalp (radius
+    // below 1.0, which includes sensors without a head position).
+    int IsDepthChannel(unsigned index) const;
     int HasDepthChannel() const;
     int CheckUsageElectrode(const char* name) const;  // as electrode 1 or 2, without regard to case
     // Whether another recording montage of the same physical montage has a
@@ -486,10 +488,17 @@ public:
     // True when the whole montage compiles; skipInput leaves that recording
     // channel out of the inputs, skipGlobal that global out of the globals.
     int CompilesWith(int skipInput = -1, int skipGlobal = -1) const;
+    // Whether global index compiles alone, and whether channel index
+    // compiles with all the globals, without recording channel skipInput.
+    int CompilesGlobal(unsigned index, int skipInput = -1) const;
+    int CompilesChannel(unsigned index, int skipInput = -1) const;
+
+    // Declares the recording channels (see CRecordingMontage::DeclareInputs)
+    // and the globals except skipGlobal to a compiler.
+    void DeclareSources(CCReformater& compiler, int skipInput = -1, int skipGlobal = -1, int overrideIndex = -1,
+                        const CRecordingMontage::ChannelDesc* override = nullptr) const;
 
 protected:
-    // Declares inputs and globals (except skipGlobal) to a compiler.
-    void DeclareSources(CCReformater& compiler, int skipGlobal = -1) const;
     int CompileOne(const char* label, const char* formula, unsigned* frequency, unsigned* type,
                    unsigned* unit) const;
     void RepairLabels();

@@ -1,12 +1,151 @@
 // The operations of CSigFile that look into a recording's description: the
-// montage rule of Create, the 24-hour duration rule and the status checks.
-// They are completed as the montage and status classes arrive.
+// montage rule of Create, the 24-hour duration rule, the consistency check
+// of the status items and the repair of channel names after a montage change.
+#include <cmath>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "montage/mtgs.h"
+#include "platform/Messages.h"
+#include "platform/Strings.h"
+#include "recording/FileHeader.h"
 #include "sigfile/FormatDriver.h"
+#include "status/GroupDefaults.h"
+#include "status/StatusCheck.h"
+#include "status/stsitm.h"
 
-bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage) { return montage != nullptr; }
+bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage) {
+    return montage != nullptr && montage->GetNumRecordingMontages() > 0 &&
+           montage->GetRecordingMontageAt(0) != nullptr;
+}
 
-int CSigFile::IsDurationWithin24hrs(const CSigFile* file) { return file == nullptr ? 1 : 1; }
+int CSigFile::IsDurationWithin24hrs(const CSigFile* file) {
+    if (!file) return 1;
+    const CFileHeader* header = file->GetFileHeader();
+    const CSDateTime creation = header ? header->GetCreationDateTime() : CSDateTime();
+    const CStatusItem* latest = nullptr;
+    for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) {
+        const CStatusItem* item = file->GetStatusItemAt(i);
+        if (!item || !item->GetGroup() || item->GetGroup()->GetGroupExtent() != 1) continue;
+        if (!latest || item->GetEndTime() > latest->GetEndTime()) latest = item;
+    }
+    if (!latest) return 1;
+    // One second more than a day: a recording of exactly 24 hours passes.
+    return (latest->GetEndTime() - creation) < CSTimeSpan(86401.0) ? 1 : 0;
+}
 
-void CSigFile::UpdateNewPhyMtgToStsGrpsItms(CPhysicalMontage*) {}
+namespace {
 
-int ValidateStatusItems(CSigFile*) { return 1; }
+// The channels a status object may name: the physical montage's electrodes
+// and the labels of its recording and reformatted montages.
+std::set<std::string> MontageChannels(const CPhysicalMontage* montage) {
+    std::set<std::string> names;
+    for (unsigned e = 0; e < montage->GetNumElectrodes(); ++e)
+        if (const char* name = montage->GetElectrodeName(e)) names.insert(name);
+    for (int m = 0; m < montage->GetNumRecordingMontages(); ++m) {
+        const CRecordingMontage* rec = montage->GetRecordingMontageAt(m);
+        if (!rec) continue;
+        for (unsigned c = 0; c < rec->GetNumChannels(); ++c) names.insert(rec->GetLabel(c));
+        for (unsigned r = 0; r < rec->GetNumReformatedMontages(); ++r) {
+            const CReformatedMontage* ref = rec->GetReformatedMontageAt(r);
+            for (unsigned c = 0; ref && c < ref->GetNumChannels(); ++c) names.insert(ref->GetLabel(c));
+        }
+    }
+    return names;
+}
+
+}  // namespace
+
+// Groups and items name channels by their labels.  After the physical
+// montage was replaced, a group that named a channel the new montage no
+// longer has concerns all channels instead (channel type -1, no name), and an
+// item naming such a channel loses the name; everything else is untouched.
+void CSigFile::UpdateNewPhyMtgToStsGrpsItms(CPhysicalMontage* montage) {
+    if (!montage) return;
+    const std::set<std::string> channels = MontageChannels(montage);
+    for (unsigned g = 0; g < GetNumGroups(); ++g) {
+        const CStatusGroup* group = GetGroupAt(g);
+        if (!group || group->GetGroupChannelType() != 0 || channels.count(group->GetGroupChannel())) continue;
+        CStatusGroup changed(*group);
+        changed.SetGroupChannelAndType("", -1);
+        UpdateGroupAt(g, &changed);
+    }
+    for (unsigned i = 0; i < GetNumStatusItems(); ++i) {
+        const CStatusItem* item = GetStatusItemAt(i);
+        if (!item || item->GetChannel().empty() || channels.count(item->GetChannel())) continue;
+        CStatusItem changed(*item);
+        changed.SetChannel("");
+        UpdateStatusItemAt(i, &changed);
+    }
+}
+
+// Rules of the check, for each item in index order:
+// 1. its group is one of the file's groups;
+// 2. its begin sample is not after its end sample, nor its begin time after
+//    its end time;
+// 3. by the group's type: a discontinuity (type 0) is a point (begin sample =
+//    end sample); a section (type 1) or a stage (type 4) is a stretch of at
+//    least one sample;
+// 4. the sample range and the time range give the same duration, within one
+//    second plus one sample period at the true frequency (records carry
+//    their own times, so a small drift is normal);
+// 5. the sample range lies inside the recording: 0 <= begin, end <= records
+//    x samples per record.
+// Items of the off-recording notes group (412A523B-...) are kept with a time
+// only: rules 4 and 5 do not apply to them.
+int ValidateStatusItems(CSigFile* file, CStringArray* findings) {
+    if (!file) return 0;
+    std::set<const CStatusGroup*> groups;
+    for (unsigned g = 0; g < file->GetNumGroups(); ++g) groups.insert(file->GetGroupAt(g));
+    const double frequency = file->GetTrueFrequency();
+    const long long totalSamples =
+        static_cast<long long>(file->GetNumRecords()) * static_cast<long long>(file->GetSamplesRecord());
+    int problems = 0;
+    auto report = [&](unsigned index, const CStatusItem* item, const char* what) {
+        ++problems;
+        if (findings)
+            findings->Add(StrFormat("Événement %u (%s, échantillons %d à %d) : %s", index, item->GetName().c_str(),
+                                    static_cast<int>(item->GetBeginSample()), static_cast<int>(item->GetEndSample()),
+                                    what));
+    };
+    for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) {
+        const CStatusItem* item = file->GetStatusItemAt(i);
+        if (!item) continue;
+        const CStatusGroup* group = item->GetGroup();
+        if (!group || !groups.count(group)) {
+            report(i, item, "groupe inconnu");
+            continue;
+        }
+        const long long begin = item->GetBeginSample(), end = item->GetEndSample();
+        if (begin > end) report(i, item, "fin avant le début (échantillons)");
+        if (item->GetEndTime() < item->GetBeginTime()) report(i, item, "fin avant le début (temps)");
+        if (group->GetGroupType() == 0 && begin != end) report(i, item, "une discontinuité doit être ponctuelle");
+        if ((group->GetGroupType() == 1 || group->GetGroupType() == 4) && end <= begin)
+            report(i, item, "section ou stade sans durée");
+        if (EqualsNoCase(group->GetGroupID(), groupid::kOffRecordingNotes)) continue;
+        if (frequency > 0.0) {
+            double bySamples = static_cast<double>(end - begin) / frequency;
+            double byTime = (item->GetEndTime() - item->GetBeginTime()).GetTotalSeconds();
+            if (std::fabs(bySamples - byTime) > 1.0 + 1.0 / frequency)
+                report(i, item, "durées en échantillons et en temps différentes");
+        }
+        if (begin < 0 || end > totalSamples) report(i, item, "hors de l'enregistrement");
+    }
+    return problems == 0 ? 1 : 0;
+}
+
+// Shows what the check found in one message box (at most 20 lines).
+int ValidateStatusItems(CSigFile* file) {
+    CStringArray findings;
+    int ok = ValidateStatusItems(file, &findings);
+    if (!ok && findings.GetSize() > 0) {
+        std::string text;
+        const int shown = std::min(findings.GetSize(), 20);
+        for (int i = 0; i < shown; ++i) text += findings[i] + "\n";
+        if (findings.GetSize() > shown)
+            text += StrFormat("... et %d autres incohérences", findings.GetSize() - shown);
+        AfxMessageBox(text);
+    }
+    return ok;
+}

@@ -144,9 +144,15 @@ void CIntStsFile::UpdateStatusItemAt(unsigned index, const CStatusItem* item) {
     if (!item || IndexOfGroup(item->GetGroup()) < 0) return;
     CStatusItem* held = m_c.items.GetItemAt(static_cast<int>(index));
     if (held == item) return;
+    const bool sameRange =
+        held->GetBeginSample() == item->GetBeginSample() && held->GetEndSample() == item->GetEndSample();
     *held = *item;
-    m_c.items.RemoveAt(static_cast<int>(index));
-    m_c.items.InsertSorted(held);
+    // An item whose range is unchanged keeps its index, so that callers can
+    // walk the items and update them in place.
+    if (!sameRange) {
+        m_c.items.RemoveAt(static_cast<int>(index));
+        m_c.items.InsertSorted(held);
+    }
     SetChanged();
 }
 

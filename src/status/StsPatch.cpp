@@ -260,7 +260,8 @@ void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& 
 // - each bookmark ends where it begins (samples and times);
 // - a bookmark whose channel is no channel of the physical montage (no label
 //   of its recording montages, no electrode) concerns the whole recording
-//   and loses the channel name.  Without a montage channels are kept.
+//   and loses the channel name.  Without a montage, or with one that has no
+//   channels at all, there is nothing to judge by and channels are kept.
 void CIntStsFile::PatchBookmarkEventProperties(CObArray& groups, CStatusItemArray& items,
                                                const CPhysicalMontage* montage) {
     std::unordered_set<const CStatusGroup*> bookmarks;
@@ -290,7 +291,8 @@ void CIntStsFile::PatchBookmarkEventProperties(CObArray& groups, CStatusItemArra
             moved = true;
         }
         item->SetTimeRange(item->GetBeginTime(), item->GetBeginTime());
-        if (montage && !item->GetChannel().empty() && !channels.count(item->GetChannel())) item->SetChannel("");
+        if (!channels.empty() && !item->GetChannel().empty() && !channels.count(item->GetChannel()))
+            item->SetChannel("");
         item->FitPropertiesToGroup();
     }
     if (moved) items.Sort();

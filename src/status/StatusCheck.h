@@ -1,0 +1,11 @@
+// Consistency checks of the status items of an open recording.
+#pragma once
+
+#include "platform/Collections.h"
+
+class CSigFile;
+
+// Checks every status item of the file (rules in SigFileStatus.cpp) and
+// appends one French line per finding to findings (when given).  Returns
+// non-zero when nothing was found; 0 for a null file.
+int ValidateStatusItems(CSigFile* file, CStringArray* findings);
