@@ -13,6 +13,11 @@ namespace sigfile_tool {
 extern int g_exitStatus;
 
 void RegisterFormatCommand(CLI::App& app);
+void RegisterInfoCommands(CLI::App& app);     // info, events
+void RegisterExportCommand(CLI::App& app);
+void RegisterDemoCommand(CLI::App& app);
+void RegisterCheckCommand(CLI::App& app);
+void RegisterFileCommands(CLI::App& app);     // copy, rename, delete
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);
