@@ -131,7 +131,7 @@ std::vector<Quad> Factor(const Roots& roots) {
     return quads;
 }
 
-// How a specification is to be built once degenerate edges are dropped.
+// What the parameters build once degenerate edges are dropped.
 enum class Shape { pass, block, lowPass, highPass, bandPass, bandStop };
 }  // namespace
 

@@ -9,7 +9,7 @@
 // Coefficients and state are double precision; each section runs in the
 // transposed direct form II.
 //
-// Specifications that describe no filter are interpreted as the limit they
+// Parameters that describe no filter are interpreted as the limit they
 // tend to, so that any input gives a stable filter:
 //  - a type or order outside the supported ones, or a sampling frequency
 //    that is not positive: the signal passes unchanged;
@@ -57,7 +57,7 @@ public:
 
     int GetNumSections() const { return static_cast<int>(m_sections.size()); }
     const Section& GetSection(int i) const { return m_sections.at(static_cast<size_t>(i)); }
-    // True when the specification gives a filter that blocks everything.
+    // True when the parameters give a filter that blocks everything.
     bool IsBlocking() const { return m_bBlock; }
 
 private:

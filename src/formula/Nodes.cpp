@@ -1,7 +1,10 @@
 // Variables and the arithmetic nodes of the formula engine.
 #include "formula/Nodes.h"
 
+#include "formula/Kernels.h"
+
 #include <algorithm>
+#include <cstring>
 
 IMPLEMENT_DYNAMIC(CCVar, CObject)
 IMPLEMENT_DYNAMIC(CCNode, CObject)
@@ -24,6 +27,14 @@ float* CCNode::AllocRange(int first, int last) {
     // Ranges always hold sample 0 (first <= 0 <= last), so the origin lies
     // inside the buffer.
     return m_buffer.data() - first;
+}
+
+int CCNode::Slide(int restart) {
+    const int count = m_nLast - m_nFirst + 1;
+    if (restart || m_nSamplesRec <= 0 || m_nSamplesRec >= count) return m_nFirst;
+    std::memmove(m_buffer.data(), m_buffer.data() + m_nSamplesRec,
+                 static_cast<size_t>(count - m_nSamplesRec) * sizeof(float));
+    return m_nLast - m_nSamplesRec + 1;
 }
 
 void CCConstant::Init(int /*frequency*/, int /*samplesRec*/, int first, int last) {
@@ -49,18 +60,19 @@ CCPrefixOp::CCPrefixOp(int code, std::unique_ptr<CCNode> operand)
 
 void CCPrefixOp::Init(int frequency, int samplesRec, int first, int last) {
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     m_pOperand->Init(frequency, samplesRec, first, last);
 }
 
 const float* CCPrefixOp::Eval(int restart) {
-    const float* x = m_pOperand->Eval(restart);
-    float* y = m_pOrigin;
-    if (m_nCode == 1) {
-        for (int n = m_nFirst; n <= m_nLast; ++n) y[n] = -x[n];
-    } else {
-        for (int n = m_nFirst; n <= m_nLast; ++n) y[n] = x[n];
-    }
-    return y;
+    const float* __restrict x = m_pOperand->Eval(restart);
+    float* __restrict y = m_pOrigin;
+    const int from = Slide(restart), last = m_nLast;
+    if (m_nCode == 1)
+        formulakernels::Map1(y, x, from, last, [](auto u) { return -u; });
+    else
+        formulakernels::Map1(y, x, from, last, [](auto u) { return u; });
+    return m_pOrigin;
 }
 
 CCInfixOp::CCInfixOp(int code, std::unique_ptr<CCNode> left, std::unique_ptr<CCNode> right)
@@ -72,29 +84,24 @@ long long CCInfixOp::GetReach() const { return std::max(m_pLeft->GetReach(), m_p
 
 void CCInfixOp::Init(int frequency, int samplesRec, int first, int last) {
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     m_pLeft->Init(frequency, samplesRec, first, last);
     m_pRight->Init(frequency, samplesRec, first, last);
 }
-
-namespace {
-// Element-wise loops over [first, last]; each is a plain loop over three
-// arrays that the compiler can vectorise.  Division is not guarded: a zero
-// divisor gives infinity or not-a-number, as required.
-template <class Op>
-void Combine(float* __restrict y, const float* __restrict a, const float* __restrict b, int first, int last, Op op) {
-    for (int n = first; n <= last; ++n) y[n] = op(a[n], b[n]);
-}
-}  // namespace
 
 const float* CCInfixOp::Eval(int restart) {
     const float* a = m_pLeft->Eval(restart);
     const float* b = m_pRight->Eval(restart);
     float* y = m_pOrigin;
+    const int from = Slide(restart);
+    using formulakernels::Map2;
+    // Division is not guarded: a zero divisor gives infinity or
+    // not-a-number, as required.
     switch (m_nCode) {
-    case 0: Combine(y, a, b, m_nFirst, m_nLast, [](float u, float v) { return u + v; }); break;
-    case 1: Combine(y, a, b, m_nFirst, m_nLast, [](float u, float v) { return u - v; }); break;
-    case 2: Combine(y, a, b, m_nFirst, m_nLast, [](float u, float v) { return u * v; }); break;
-    default: Combine(y, a, b, m_nFirst, m_nLast, [](float u, float v) { return u / v; }); break;
+    case 0: Map2(y, a, b, from, m_nLast, [](auto u, auto v) { return u + v; }); break;
+    case 1: Map2(y, a, b, from, m_nLast, [](auto u, auto v) { return u - v; }); break;
+    case 2: Map2(y, a, b, from, m_nLast, [](auto u, auto v) { return u * v; }); break;
+    default: Map2(y, a, b, from, m_nLast, [](auto u, auto v) { return u / v; }); break;
     }
     return y;
 }

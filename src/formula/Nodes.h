@@ -76,9 +76,17 @@ protected:
     // Sizes the buffer for [first, last] and returns the pointer that
     // addresses sample n at index n.
     float* AllocRange(int first, int last);
+    // Prepares the buffer of a node whose value at a sample depends only on
+    // the samples of its operands, and returns the first sample to compute.
+    // Restarting, every sample is computed.  Otherwise the next record's
+    // sample n is this record's sample n + samples per record: the buffer is
+    // shifted in place by one record and only the newest record's samples
+    // remain to compute.
+    int Slide(int restart);
 
     int m_nFirst = 0;
     int m_nLast = -1;
+    int m_nSamplesRec = 0;
     int m_nHeight = 1;
     std::vector<float> m_buffer;
 };

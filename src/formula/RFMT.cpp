@@ -18,6 +18,13 @@ IMPLEMENT_DYNAMIC(CCReformater, CObject)
 namespace {
 constexpr const char* kSource = "RFMT";
 
+// Whether channel of rec holds exactly spr samples inside the record's
+// sample array (a start table that wrapped past 65535 is caught here).
+bool ChannelFits(const CFmtSigRec& rec, unsigned channel, UINT spr) {
+    if (channel >= rec.GetNumChannels() || rec.GetNumSamples(channel) != spr || !rec.GetStartTable()) return false;
+    return static_cast<unsigned long>(rec.GetStartTable()[channel]) + spr <= rec.GetTotalSamples();
+}
+
 // Bounds on what one formula may ask for, so that no text can make the
 // compiler allocate absurd buffers: the samples beyond the record that a
 // formula reads (before plus after), and the floats that its nodes hold.
@@ -61,9 +68,7 @@ bool CCInputVar::Load(const CFmtSigRec* const* records, int firstRecOfs) {
         const int to = r * spr + spr - 1;
         if (from > to) continue;
         const CFmtSigRec* rec = records[r - firstRecOfs];
-        if (!rec || static_cast<unsigned>(m_nChannel) >= rec->GetNumChannels() ||
-            rec->GetNumSamples(static_cast<unsigned>(m_nChannel)) != m_nSamplesRec)
-            return false;
+        if (!rec || !ChannelFits(*rec, static_cast<unsigned>(m_nChannel), m_nSamplesRec)) return false;
         const float* src = rec->GetAt(static_cast<unsigned>(m_nChannel));
         std::memcpy(m_pOrigin + from, src + (from - r * spr), static_cast<size_t>(to - from + 1) * sizeof(float));
     }
@@ -71,9 +76,7 @@ bool CCInputVar::Load(const CFmtSigRec* const* records, int firstRecOfs) {
 }
 
 bool CCInputVar::Append(const CFmtSigRec& newest) {
-    if (static_cast<unsigned>(m_nChannel) >= newest.GetNumChannels() ||
-        newest.GetNumSamples(static_cast<unsigned>(m_nChannel)) != m_nSamplesRec)
-        return false;
+    if (!ChannelFits(newest, static_cast<unsigned>(m_nChannel), m_nSamplesRec)) return false;
     const size_t spr = m_nSamplesRec;
     const size_t keep = m_buffer.size() - spr;
     std::memmove(m_buffer.data(), m_buffer.data() + spr, keep * sizeof(float));
@@ -116,6 +119,7 @@ CCReformater::~CCReformater() = default;
 
 int CCReformater::AddInput(const char* name, const char* reference, UINT samplesRec, UINT frequency, UINT type,
                            UINT unit, int channel) {
+    m_bCompiled = false;
     const int number = static_cast<int>(m_inputs.size());
     m_inputs.push_back(std::make_unique<CCInputVar>(number, channel < 0 ? number : channel, name, reference,
                                                     samplesRec, frequency, type, unit));
@@ -123,11 +127,13 @@ int CCReformater::AddInput(const char* name, const char* reference, UINT samples
 }
 
 int CCReformater::AddGlobal(const char* name, const char* formula) {
+    m_bCompiled = false;
     m_globals.push_back(std::make_unique<CCGlobalVar>(name, formula));
     return 1;
 }
 
 int CCReformater::AddOutput(const char* name, const char* formula) {
+    m_bCompiled = false;
     m_outputs.push_back(std::make_unique<CCFunction>(name, formula));
     return 1;
 }
@@ -143,6 +149,7 @@ int CCReformater::AddUsrOp(const char* name, const CRuntimeClass* usrOpClass) {
 }
 
 void CCReformater::Destroy() {
+    m_bCompiled = false;
     m_inputs.clear();
     m_globals.clear();
     m_outputs.clear();
@@ -234,16 +241,21 @@ int CCReformater::Compile() {
                               spr > 0 ? (lastRecOfs + 1) * spr - 1 : input->GetLastSample());
     }
     m_recordTimes.assign(static_cast<size_t>(lastRecOfs + 1), 0.0);
+    m_bCompiled = true;
     return 1;
 }
 
 int CCReformater::Eval(const CFmtSigRec* const* records, CFmtSigRec* output, int restart) {
+    // Declarations added since the last Compile have no trees yet.
+    SF_ASSERT(m_bCompiled || m_outputs.empty(), kSource, 249);
+    if (!m_bCompiled && !m_outputs.empty()) return 0;
     SF_ASSERT(records != nullptr || GetSpanLength() <= 0, kSource, 250);
     SF_ASSERT(output != nullptr && output->GetNumChannels() == m_outputs.size(), kSource, 251);
     if ((!records && GetSpanLength() > 0) || !output || output->GetNumChannels() != m_outputs.size()) return 0;
     for (size_t i = 0; i < m_outputs.size(); ++i) {
-        SF_ASSERT(output->GetNumSamples(static_cast<unsigned>(i)) == m_outputs[i]->m_nSamplesRec, kSource, 255);
-        if (output->GetNumSamples(static_cast<unsigned>(i)) != m_outputs[i]->m_nSamplesRec) return 0;
+        const bool fits = ChannelFits(*output, static_cast<unsigned>(i), m_outputs[i]->m_nSamplesRec);
+        SF_ASSERT(fits, kSource, 255);
+        if (!fits) return 0;
     }
     const int span = GetSpanLength();
     if (span > 0) {

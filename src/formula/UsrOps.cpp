@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "formula/Kernels.h"
 #include "platform/Assert.h"
 
 namespace {
@@ -62,13 +63,16 @@ int CCAbsOp::SetArgValue(int i, float /*value*/, CCNode* expression) {
 
 void CCAbsOp::Init(int frequency, int samplesRec, int first, int last) {
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     if (CheckArgument(76)) m_pArg->Init(frequency, samplesRec, first, last);
 }
 
 const float* CCAbsOp::Eval(int restart) {
     if (!m_pArg) return m_pOrigin;
-    const float* x = m_pArg->Eval(restart);
-    for (int n = m_nFirst; n <= m_nLast; ++n) m_pOrigin[n] = std::fabs(x[n]);
+    const float* __restrict x = m_pArg->Eval(restart);
+    float* __restrict y = m_pOrigin;
+    const int from = Slide(restart), last = m_nLast;
+    for (int n = from; n <= last; ++n) y[n] = std::fabs(x[n]);
     return m_pOrigin;
 }
 
@@ -90,15 +94,18 @@ int CCCmpOp::SetArgValue(int i, float value, CCNode* expression) {
 
 void CCCmpOp::Init(int frequency, int samplesRec, int first, int last) {
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     if (CheckArgument(104)) m_pArg->Init(frequency, samplesRec, first, last);
 }
 
 const float* CCCmpOp::Eval(int restart) {
     if (!m_pArg) return m_pOrigin;
-    const float* x = m_pArg->Eval(restart);
+    const float* __restrict x = m_pArg->Eval(restart);
+    float* __restrict y = m_pOrigin;
+    const int from = Slide(restart), last = m_nLast;
+    const float low = m_fLow, high = m_fHigh, inside = m_fInside, outside = m_fOutside;
     // A not-a-number is outside: both comparisons are false.
-    for (int n = m_nFirst; n <= m_nLast; ++n)
-        m_pOrigin[n] = (m_fLow <= x[n] && x[n] <= m_fHigh) ? m_fInside : m_fOutside;
+    for (int n = from; n <= last; ++n) y[n] = (low <= x[n] && x[n] <= high) ? inside : outside;
     return m_pOrigin;
 }
 
@@ -180,26 +187,21 @@ void CCFirOp::Init(int frequency, int samplesRec, int first, int last) {
     SF_ASSERT(!m_bInitialised, kSource, 179);
     m_bInitialised = true;
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     m_coefficients = Design(static_cast<int>(m_nType), std::max(m_nHalfLength, 0), m_fLowCut, m_fHighCut, frequency);
     if (CheckArgument(183)) m_pArg->Init(frequency, samplesRec, first - m_nHalfLength, last + m_nHalfLength);
 }
 
 const float* CCFirOp::Eval(int restart) {
     if (!m_pArg) return m_pOrigin;
-    const float* x = m_pArg->Eval(restart);
-    float* y = m_pOrigin;
-    const float* h = m_coefficients.data();
+    const float* __restrict x = m_pArg->Eval(restart);
+    float* __restrict y = m_pOrigin;
+    const float* __restrict h = m_coefficients.data();
+    const int from = Slide(restart), last = m_nLast, halfLength = m_nHalfLength;
     // y[n] = h[0] x[n] + sum over k = 1 .. N of h[k] (x[n-k] + x[n+k]),
-    // accumulated in that order; the loop over n is innermost so that it
-    // vectorises.
-    for (int n = m_nFirst; n <= m_nLast; ++n) y[n] = h[0] * x[n];
-    for (int k = 1; k <= m_nHalfLength; ++k) {
-        const float hk = h[k];
-        const float* before = x - k;
-        const float* after = x + k;
-        for (int n = m_nFirst; n <= m_nLast; ++n) y[n] += hk * (before[n] + after[n]);
-    }
-    return y;
+    // accumulated in that order.
+    formulakernels::SymmetricFir(y, x, h, halfLength, from, last);
+    return m_pOrigin;
 }
 
 // ---------------------------------------------------------------- IIR
@@ -278,6 +280,7 @@ long long CCSumOp::OwnReach() const { return std::max(m_nBefore, 0) + std::max(m
 
 void CCSumOp::Init(int frequency, int samplesRec, int first, int last) {
     m_pOrigin = AllocRange(first, last);
+    m_nSamplesRec = samplesRec;
     // The argument's range always holds the asked range too, so that it
     // keeps sample 0 whatever the window.
     if (CheckArgument(285))
@@ -286,12 +289,14 @@ void CCSumOp::Init(int frequency, int samplesRec, int first, int last) {
 
 const float* CCSumOp::Eval(int restart) {
     if (!m_pArg) return m_pOrigin;
-    const float* x = m_pArg->Eval(restart);
+    const float* __restrict x = m_pArg->Eval(restart);
+    float* __restrict y = m_pOrigin;
+    const int from = Slide(restart), last = m_nLast, before = m_nBefore, after = m_nAfter;
     // The sum of x[n - before] .. x[n + after], from 0 upward in order.
-    for (int n = m_nFirst; n <= m_nLast; ++n) {
+    for (int n = from; n <= last; ++n) {
         float s = 0.0f;
-        for (int j = n - m_nBefore; j <= n + m_nAfter; ++j) s += x[j];
-        m_pOrigin[n] = s;
+        for (int j = n - before; j <= n + after; ++j) s += x[j];
+        y[n] = s;
     }
     return m_pOrigin;
 }

@@ -14,9 +14,9 @@ IMPLEMENT_SERIAL(CFilterSet, CObject, 1)
 
 namespace {
 constexpr const char* kSource = "filters";
-// Bytes of the smallest archived item: five WORDs, an empty string's length
+// Bytes of the smallest archived item: four WORDs, an empty string's length
 // byte and two floats.
-constexpr size_t kMinItemBytes = 5 * 2 + 1 + 2 * 4;
+constexpr size_t kMinItemBytes = 4 * 2 + 1 + 2 * 4;
 
 // A float as printf's "%f" prints it in the "C" locale, whatever the host's
 // locale: the text goes into a formula, whose decimal separator is '.'.

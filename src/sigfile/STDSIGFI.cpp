@@ -330,6 +330,11 @@ int CStdSigFile::Load(DWORD record, CObject* bytes) {
     auto* image = static_cast<CByteArray*>(bytes);
     size_t size = m_pCoDec ? m_pCoDec->GetCompRecSize() : 0;
     if (size == 0) return 0;
+    if (record >= m_writeBehindFirst && record < m_writeBehindFirst + m_writeBehindCount) {
+        image->SetSize(static_cast<int>(size));
+        std::memcpy(image->GetData(), m_writeBehind.data() + (record - m_writeBehindFirst) * size, size);
+        return 1;
+    }
     if (record < m_readAheadFirst || record >= m_readAheadFirst + m_readAheadCount) {
         // Read ahead only when the reading is sequential.
         bool sequential = m_readAheadCount > 0 && record == m_readAheadFirst + m_readAheadCount;
@@ -368,14 +373,13 @@ void CStdSigFile::InvalidateReadAhead(DWORD record) {
     if (record >= m_readAheadFirst && record < m_readAheadFirst + m_readAheadCount) m_readAheadCount = 0;
 }
 
-int CStdSigFile::Save(DWORD record, CObject* bytes) {
-    auto* image = static_cast<CByteArray*>(bytes);
-    size_t size = static_cast<size_t>(image->GetSize());
-    InvalidateReadAhead(record);
-    off_t offset = static_cast<off_t>(record) * static_cast<off_t>(m_pCoDec->GetCompRecSize());
+int CStdSigFile::FlushWriteBehind() {
+    size_t size = m_pCoDec ? m_pCoDec->GetCompRecSize() : 0;
+    size_t total = static_cast<size_t>(m_writeBehindCount) * size;
+    off_t offset = static_cast<off_t>(m_writeBehindFirst) * static_cast<off_t>(size);
     size_t done = 0;
-    while (done < size) {
-        ssize_t n = ::pwrite(m_file.GetHandle(), image->GetData() + done, size - done, offset + static_cast<off_t>(done));
+    while (done < total) {
+        ssize_t n = ::pwrite(m_file.GetHandle(), m_writeBehind.data() + done, total - done, offset + static_cast<off_t>(done));
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
             SetIOError(n < 0 ? ErrnoToSystemError(errno) : ERROR_WRITE_FAULT);
@@ -383,6 +387,27 @@ int CStdSigFile::Save(DWORD record, CObject* bytes) {
         }
         done += static_cast<size_t>(n);
     }
+    m_writeBehindCount = 0;
+    return 1;
+}
+
+int CStdSigFile::Save(DWORD record, CObject* bytes) {
+    auto* image = static_cast<CByteArray*>(bytes);
+    size_t size = m_pCoDec->GetCompRecSize();
+    if (static_cast<size_t>(image->GetSize()) != size) return 0;
+    InvalidateReadAhead(record);
+    // Records that follow one another are written together; anything else
+    // writes what was gathered first.
+    size_t capacity = std::max<size_t>(1, kReadAheadBytes / size);
+    bool follows = m_writeBehindCount > 0 && record == m_writeBehindFirst + m_writeBehindCount &&
+                   m_writeBehindCount < capacity;
+    if (!follows) {
+        if (m_writeBehindCount && !FlushWriteBehind()) return 0;
+        m_writeBehindFirst = record;
+        m_writeBehind.resize(capacity * size);
+    }
+    std::memcpy(m_writeBehind.data() + static_cast<size_t>(m_writeBehindCount) * size, image->GetData(), size);
+    ++m_writeBehindCount;
     return 1;
 }
 
@@ -414,7 +439,7 @@ int CStdSigFile::CreateStsBackup() {
 int CStdSigFile::Flush() {
     if (IsReadOnly() || !m_workFile.IsOpen()) return 1;
     if (!IsChanged()) return 1;
-    if (!m_pCache->Flush()) return 0;
+    if (!m_pCache->Flush() || !FlushWriteBehind()) return 0;
     try {
         m_file.FlushToDisk();
         WriteWorkingStatus();

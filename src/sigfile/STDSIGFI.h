@@ -81,6 +81,8 @@ private:
     void CheckConsistency() const;
     void WriteWorkingStatus();
     void InvalidateReadAhead(DWORD record);
+    // Writes the records gathered for writing; 0 (I/O error set) on failure.
+    int FlushWriteBehind();
 
     std::string m_base;      // drive + folder + base name
     std::string m_stsName;   // base + ".STS"
@@ -90,4 +92,8 @@ private:
     std::vector<BYTE> m_readAhead;
     DWORD m_readAheadFirst = 0;
     DWORD m_readAheadCount = 0;
+    // Records saved in sequence are gathered and written together.
+    std::vector<BYTE> m_writeBehind;
+    DWORD m_writeBehindFirst = 0;
+    DWORD m_writeBehindCount = 0;
 };

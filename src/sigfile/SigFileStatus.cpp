@@ -1,6 +1,7 @@
 // The operations of CSigFile that look into a recording's description: the
 // montage rule of Create, the 24-hour duration rule, the consistency check
 // of the status items and the repair of channel names after a montage change.
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <set>

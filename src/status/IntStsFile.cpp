@@ -37,6 +37,7 @@ CStsContent::CStsContent() = default;
 
 CStsContent::~CStsContent() {
     items.DeleteAll();
+    for (CObject* item : pending) delete item;
     for (CObject* g : groups) delete g;
     groups.RemoveAll();
 }
@@ -49,6 +50,7 @@ void CStsContent::Swap(CStsContent& other) {
     std::swap(codec, other.codec);
     std::swap(numRecords, other.numRecords);
     items.Vector().swap(other.items.Vector());
+    pending.swap(other.pending);
     groups.Vector().swap(other.groups.Vector());
 }
 
@@ -68,7 +70,24 @@ void CIntStsFile::ResetStatusData() {
     m_c.Swap(fresh);
 }
 
+void CIntStsFile::Settle() const {
+    // The merge changes only the order in which the held items are kept, not
+    // what the description is: it is done on demand from const accessors.
+    auto& c = const_cast<CStsContent&>(m_c);
+    if (c.pending.empty()) return;
+    const CStatusItemArray& order = c.items;
+    auto less = [&order](const CObject* a, const CObject* b) { return order.Compare(a, b) < 0; };
+    std::stable_sort(c.pending.begin(), c.pending.end(), less);
+    auto& v = c.items.Vector();
+    const auto held = static_cast<std::ptrdiff_t>(v.size());
+    v.insert(v.end(), c.pending.begin(), c.pending.end());
+    c.pending.clear();
+    // Stable: of equal ranges, the items held before come first.
+    std::inplace_merge(v.begin(), v.begin() + held, v.end(), less);
+}
+
 const CStatusItem* CIntStsFile::GetStatusItemAt(unsigned index) const {
+    Settle();
     return m_c.items.GetItemAt(static_cast<int>(index));
 }
 
@@ -134,11 +153,14 @@ void CIntStsFile::AddStatusItem(CStatusItem* item) {
     std::unique_ptr<CStatusItem> owned(item);
     SF_ASSERT(item != nullptr && IndexOfGroup(item->GetGroup()) >= 0, kSource, 181);
     if (!item || IndexOfGroup(item->GetGroup()) < 0) return;
-    m_c.items.InsertSorted(owned.release());
+    auto& v = m_c.items.Vector();
+    if (m_c.pending.empty() && (v.empty() || m_c.items.Compare(v.back(), item) <= 0)) v.push_back(owned.release());
+    else m_c.pending.push_back(owned.release());
     SetChanged();
 }
 
 void CIntStsFile::UpdateStatusItemAt(unsigned index, const CStatusItem* item) {
+    Settle();
     if (index >= GetNumStatusItems()) AfxThrowInvalidArgException();
     SF_ASSERT(item != nullptr && IndexOfGroup(item->GetGroup()) >= 0, kSource, 190);
     if (!item || IndexOfGroup(item->GetGroup()) < 0) return;
@@ -157,6 +179,7 @@ void CIntStsFile::UpdateStatusItemAt(unsigned index, const CStatusItem* item) {
 }
 
 void CIntStsFile::DeleteStatusItemAt(unsigned index) {
+    Settle();
     if (index >= GetNumStatusItems()) AfxThrowInvalidArgException();
     delete m_c.items.GetItemAt(static_cast<int>(index));
     m_c.items.RemoveAt(static_cast<int>(index));
@@ -177,6 +200,7 @@ void CIntStsFile::UpdateGroupAt(unsigned index, const CStatusGroup* group) {
     auto* held = static_cast<CStatusGroup*>(m_c.groups[static_cast<int>(index)]);
     if (held == group) return;
     *held = *group;
+    Settle();
     for (int i = 0; i < m_c.items.GetSize(); ++i) {
         CStatusItem* item = m_c.items.GetItemAt(i);
         if (item->GetGroup() == held) item->FitPropertiesToGroup();
@@ -185,6 +209,7 @@ void CIntStsFile::UpdateGroupAt(unsigned index, const CStatusGroup* group) {
 }
 
 void CIntStsFile::DeleteItemsOfGroup(const CStatusGroup* group) {
+    Settle();
     auto& v = m_c.items.Vector();
     auto keep = std::stable_partition(v.begin(), v.end(), [group](CObject* ob) {
         return static_cast<CStatusItem*>(ob)->GetGroup() != group;
@@ -215,6 +240,7 @@ void CIntStsFile::ClearIOError() {
 // ---------------------------------------------------------------------------
 
 void CIntStsFile::StoreToArchive(CArchive& ar) const {
+    Settle();
     ar << kFileVersion;
     ar.WriteObject(m_c.header.get());
     ar.WriteObject(m_c.patient.get());

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "platform/Archive.h"
 #include "platform/Collections.h"
@@ -35,7 +36,9 @@ struct CStsContent {
     std::unique_ptr<CCalibration> calibration;
     std::unique_ptr<CSigCoDec> codec;
     LONG numRecords = 0;
-    CStatusItemArray items;  // owned items
+    CStatusItemArray items;  // owned items, in order
+    // Owned items added out of order and not yet merged into items.
+    std::vector<CObject*> pending;
     CObArray groups;         // owned groups
 };
 
@@ -57,7 +60,9 @@ public:
     const CCalibration* GetCalibration() const override { return m_c.calibration.get(); }
     const CSigCoDec* GetSigCoDec() const override { return m_c.codec.get(); }
     long GetNumRecords() const override { return m_c.numRecords; }
-    unsigned GetNumStatusItems() const override { return static_cast<unsigned>(m_c.items.GetSize()); }
+    unsigned GetNumStatusItems() const override {
+        return static_cast<unsigned>(m_c.items.GetSize() + m_c.pending.size());
+    }
     const CStatusItem* GetStatusItemAt(unsigned index) const override;
     unsigned GetNumGroups() const override { return static_cast<unsigned>(m_c.groups.GetSize()); }
     const CStatusGroup* GetGroupAt(unsigned index) const override;
@@ -73,7 +78,10 @@ public:
 
     // An item is accepted only when its group is one of the file's groups
     // (else it asserts and the item is deleted); it goes to its place in
-    // (begin sample, end sample) order.
+    // (begin sample, end sample) order.  Items that sort last are appended at
+    // once; others wait in a side list that is sorted and merged in one pass
+    // at the next access to the items, so that adding many events in any
+    // order costs n log n rather than one array move per event.
     void AddStatusItem(CStatusItem* item) override;
     // Copies item into the item at index and moves it to its new place.
     void UpdateStatusItemAt(unsigned index, const CStatusItem* item) override;
@@ -150,6 +158,8 @@ protected:
 
 private:
     int IndexOfGroup(const CStatusGroup* group) const;
+    // Merges the waiting items into the ordered array.
+    void Settle() const;
     void DeleteItemsOfGroup(const CStatusGroup* group);
 
     std::unique_ptr<CFile> m_file;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <string>
 
 #include "platform/Archive.h"
@@ -30,6 +31,11 @@ public:
     // n empty strings.
     void SetSize(int n);
     void RemoveAll();
+    void Swap(CPackedStrings& other) {
+        std::swap(m_buf, other.m_buf);
+        std::swap(m_count, other.m_count);
+        std::swap(m_capacity, other.m_capacity);
+    }
 
     // Archive form: WORD version 1, count (signed 32-bit) and, when the count
     // is at least 1, the used size (signed 32-bit) and that many bytes.

@@ -140,7 +140,18 @@ void CStatusItem::Serialize(CArchive& ar) {
         item.m_values.SetSize(values.GetSize());
         for (int i = 0; i < values.GetSize(); ++i) item.m_values.SetAt(i, values.GetAt(i).c_str());
     }
-    *this = item;
+    // Everything was read: take it over without copying.
+    m_pGroup = item.m_pGroup;
+    m_nBeginSample = item.m_nBeginSample;
+    m_beginTime = item.m_beginTime;
+    m_nEndSample = item.m_nEndSample;
+    m_endTime = item.m_endTime;
+    m_strChannel = std::move(item.m_strChannel);
+    m_strName = std::move(item.m_strName);
+    m_strComments = std::move(item.m_strComments);
+    m_nColor = item.m_nColor;
+    m_nVisibility = item.m_nVisibility;
+    m_values.Swap(item.m_values);
 }
 
 CArchive& operator>>(CArchive& ar, CStatusItem*& item) {
@@ -152,6 +163,8 @@ CArchive& operator>>(CArchive& ar, CStatusItem*& item) {
 
 namespace {
 
+const CStatusItem* AsItem(const CObject* ob);
+
 int CompareRange(LONG b1, LONG e1, LONG b2, LONG e2) {
     if (b1 != b2) return b1 < b2 ? -1 : 1;
     if (e1 != e2) return e1 < e2 ? -1 : 1;
@@ -160,9 +173,21 @@ int CompareRange(LONG b1, LONG e1, LONG b2, LONG e2) {
 
 }  // namespace
 
+namespace {
+// Items are compared millions of times when a file is read or sorted: the
+// class test looks at the run-time class first and walks the class chain
+// only for classes derived from CStatusItem.
+const CStatusItem* AsItem(const CObject* ob) {
+    if (!ob) return nullptr;
+    if (ob->GetRuntimeClass() == RUNTIME_CLASS(CStatusItem) || ob->IsKindOf(RUNTIME_CLASS(CStatusItem)))
+        return static_cast<const CStatusItem*>(ob);
+    return nullptr;
+}
+}  // namespace
+
 int CStatusItemArray::Compare(const CObject* a, const CObject* b) const {
-    const auto* ia = dynamic_cast<const CStatusItem*>(a);
-    const auto* ib = dynamic_cast<const CStatusItem*>(b);
+    const auto* ia = AsItem(a);
+    const auto* ib = AsItem(b);
     SF_ASSERT(ia != nullptr && ib != nullptr, kSource, 1190);
     if (!ia || !ib) return 0;
     return CompareRange(ia->GetBeginSample(), ia->GetEndSample(), ib->GetBeginSample(), ib->GetEndSample());
@@ -170,7 +195,7 @@ int CStatusItemArray::Compare(const CObject* a, const CObject* b) const {
 
 int CStatusItemArray::Compare(const void* key, const CObject* element) const {
     const auto* k = static_cast<const CStatusItemKey*>(key);
-    const auto* item = dynamic_cast<const CStatusItem*>(element);
+    const auto* item = AsItem(element);
     SF_ASSERT(k != nullptr && item != nullptr, kSource, 1199);
     if (!k || !item) return 0;
     return CompareRange(k->begin, k->end, item->GetBeginSample(), item->GetEndSample());

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -234,20 +235,19 @@ void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& 
         if (g->GetGroupEventNameType() != 0) g->SetGroupEventNameType(0);
     }
     if (stages.empty()) return;
-    std::vector<const CStatusItem*> firstItem(groups.GetSize(), nullptr);
+    std::unordered_map<const CStatusGroup*, const CStatusItem*> firstItem;
     for (int i = 0; i < items.GetSize(); ++i) {
         CStatusItem* item = items.GetItemAt(i);
         if (!stages.count(item->GetGroup())) continue;
         item->FitPropertiesToGroup();
-        for (int k = 0; k < groups.GetSize(); ++k)
-            if (groups[k] == item->GetGroup() && !firstItem[k]) firstItem[k] = item;
+        firstItem.emplace(item->GetGroup(), item);
     }
     for (int k = 0; k < groups.GetSize(); ++k) {
         CStatusGroup* g = GroupAt(groups, k);
         if (!stages.count(g) || g->FindGroupProperty("EpochLength") >= 0) continue;
         long seconds = 30;
-        if (firstItem[k]) {
-            double s = (firstItem[k]->GetEndTime() - firstItem[k]->GetBeginTime()).GetTotalSeconds();
+        if (auto it = firstItem.find(g); it != firstItem.end()) {
+            double s = (it->second->GetEndTime() - it->second->GetBeginTime()).GetTotalSeconds();
             if (s >= 1.0) seconds = std::lround(s);
         }
         g->AddGroupProperty("EpochLength", GetGroupPropertyDesc(g->GetGroupID().c_str(), "EpochLength").c_str(),

@@ -278,3 +278,25 @@ TEST(ElecGroupArchive, HostileGroupsAreRefused) {
     LoadFromBytes(far.data, [&](CArchive& ar) { g.Serialize(ar); });
     EXPECT_EQ(g.GetElectrodeCount(), 1);
 }
+
+TEST(ElecGroup, StatusTableRules) {
+    Table ones{};
+    FillAll(ones);
+    Table zeros{};
+    CElecGroup g;
+    // A long strip takes all 18 rows of the table.
+    g.SetGroupParams(2, 18, 1, &ones);
+    EXPECT_EQ(g.GetElectrodeCount(), 18);
+    EXPECT_EQ((*g.GetElectrodeStatusArray())[17][0], 1);
+    // A grid copies only its 8 rows: the rows beyond keep what they held.
+    g.SetGroupParams(0, 2, 2, &zeros);
+    EXPECT_EQ(g.GetElectrodeCount(), 0);
+    EXPECT_EQ((*g.GetElectrodeStatusArray())[7][0], 0);
+    EXPECT_EQ((*g.GetElectrodeStatusArray())[17][0], 1);
+    EXPECT_EQ(g.IsElectrodeIncluded(1, 1), 0);
+
+    AssertRecorder asserts;
+    EXPECT_EQ(g.IsElectrodeIncluded(2, 0), 0);  // row beyond the group
+    EXPECT_EQ(g.IsElectrodeIncluded(0, 40), 0);
+    EXPECT_EQ(asserts.hits.size(), 2u);
+}

@@ -197,3 +197,26 @@ TEST(StdCoDecTest, AssignmentCopiesOnlyFromItsOwnClass) {
     static_cast<CSigCoDec&>(other) = copy;
     EXPECT_TRUE(asserts.Saw("SIGCODEC", 22));
 }
+
+#include "montage/mtgs.h"
+
+TEST(StdCoDecTest, ShapeFromARecordingMontage) {
+    CPhysicalMontage physical("Mtg", 0);
+    for (const char* e : {"Fp1", "F3", "C3", "O1"}) physical.AddElectrode(e, CPolar3D());
+    CRecordingMontage* rec = physical.CreateRecordingMontage();
+    ASSERT_NE(rec, nullptr);
+    ASSERT_TRUE(rec->SetSamplesRecord(256));
+    ASSERT_TRUE(rec->SetBaseFrequency(256));
+    ASSERT_TRUE(rec->AddChannel("Fp1", "F3", 1, 1, 256, 0, 0, ""));
+    ASSERT_TRUE(rec->AddChannel("C3", "O1", 1, 1, 256, 0, 0, ""));
+    ASSERT_TRUE(rec->AddChannel("O1", "", 1, 1, 128, 0, 0, ""));
+    ASSERT_EQ(rec->GetSamplesChannel(0), 256u);
+    ASSERT_EQ(rec->GetSamplesChannel(2), 128u);
+
+    CStdCoDec codec(rec);
+    EXPECT_EQ(codec.GetNumChannels(), 3u);
+    EXPECT_EQ(codec.GetSamplesRecord(), 64u);
+    EXPECT_EQ(codec.GetCompRecSize(), 1288u);
+    auto bytes = testsupport::StoreToBytes([&](CArchive& ar) { codec.Serialize(ar); });
+    EXPECT_EQ(bytes, CodecArchive({256, 256, 128}).data);
+}

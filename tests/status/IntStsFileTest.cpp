@@ -72,7 +72,46 @@ void WriteFile(const std::string& path, const std::vector<BYTE>& data) {
     out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
 }
 
+// A codec of another format, stored as one WORD.
+class CForeignTestCoDec : public CSigCoDec {
+    DECLARE_SERIAL(CForeignTestCoDec)
+public:
+    void Serialize(CArchive& ar) override {
+        WORD v = 0;
+        if (ar.IsStoring()) ar << v;
+        else ar >> v;
+    }
+    unsigned GetCompRecSize() const override { return 0; }
+    unsigned GetNumChannels() const override { return 0; }
+    unsigned GetSamplesRecord() const override { return 0; }
+    unsigned short* GetSamplesChannel() const override { return nullptr; }
+    CRawSigRec* CreateCompatibleRawSigRec() const override { return nullptr; }
+    CFmtSigRec* CreateCompatibleFmtSigRec() const override { return nullptr; }
+    void Compress(CRawSigRec*, CByteArray*) override {}
+    void DeCompress(CByteArray*, CRawSigRec*) override {}
+};
+IMPLEMENT_SERIAL(CForeignTestCoDec, CSigCoDec, 1)
+
 }  // namespace
+
+TEST(IntStsFileTest, ACodecOfAnotherFormatAssertsButIsKept) {
+    Description d;
+    Bytes archive;
+    archive.u16(1).append(statustest::ObjectBytes(d.header)).append(statustest::ObjectBytes(d.patient));
+    archive.newClass("CForeignTestCoDec").u16(0);
+    archive.append(statustest::ObjectBytes(d.calibration)).append(statustest::ObjectBytes(d.montage)).i32(0);
+    archive.u16(0).u16(0);
+    AssertRecorder asserts;
+    CIntStsFile sts;
+    sts.LoadFromMemory(archive.data.data(), archive.data.size());
+    EXPECT_TRUE(asserts.Saw("IntStsFile", 666));
+    EXPECT_TRUE(sts.GetSigCoDec()->IsKindOf(RUNTIME_CLASS(CForeignTestCoDec)));
+    // Something that is no codec at all is refused.
+    Bytes notCodec;
+    notCodec.u16(1).append(statustest::ObjectBytes(d.header)).append(statustest::ObjectBytes(d.patient));
+    notCodec.newClass("CStringArray").u16(0);
+    EXPECT_EQ(LoadCause(sts, notCodec), CArchiveException::badClass);
+}
 
 TEST(IntStsFileTest, LoadsAndStoresTheWholeArchiveInOrder) {
     Description d;
@@ -207,6 +246,18 @@ TEST(IntStsFileTest, EditingKeepsItemsOrderedAndGroupsOwned) {
     for (int b : {300, 100, 200})
         sts.AddStatusItem(new CStatusItem(group, b, CSDateTime(), b + 10, CSDateTime(), "", "", "", 0, 1));
     EXPECT_EQ(sts.GetStatusItemAt(0)->GetBeginSample(), 100);
+    // Equal ranges keep the order in which they were added, whether they
+    // were appended at once or merged later.
+    sts.AddStatusItem(new CStatusItem(group, 100, CSDateTime(), 110, CSDateTime(), "", "second", "", 0, 1));
+    sts.AddStatusItem(new CStatusItem(group, 50, CSDateTime(), 60, CSDateTime(), "", "", "", 0, 1));
+    sts.AddStatusItem(new CStatusItem(group, 100, CSDateTime(), 110, CSDateTime(), "", "third", "", 0, 1));
+    EXPECT_EQ(sts.GetNumStatusItems(), 6u);
+    EXPECT_EQ(sts.GetStatusItemAt(0)->GetBeginSample(), 50);
+    EXPECT_EQ(sts.GetStatusItemAt(2)->GetName(), "second");
+    EXPECT_EQ(sts.GetStatusItemAt(3)->GetName(), "third");
+    sts.DeleteStatusItemAt(3);
+    sts.DeleteStatusItemAt(2);
+    sts.DeleteStatusItemAt(0);
 
     AssertRecorder asserts;
     CStatusGroup foreign;

@@ -61,4 +61,17 @@ inline Bytes Packed(const std::vector<std::string>& values) {
     return b;
 }
 
+// A recording montage of two channels, Fp1-F3 and C3, as old files hold it:
+// logical part (schema 7), no physical montage, then its own part.
+inline Bytes OldRecordingMontage() {
+    Bytes m;
+    m.newClass("CRecordingMontage").u16(7).str("Old").u16(2);
+    for (int array = 0; array < 5; ++array) m.u16(2).u16(array == 0 ? 256 : 1).u16(array == 0 ? 256 : 1);
+    m.u16(2).u32(0).u32(0);
+    m.u16(0).u16(64).u16(256);
+    m.append(StringArray({"Fp1", "C3"})).append(StringArray({"F3", ""}));
+    m.u16(2).u16(0).u16(0).append(StringArray({"", ""})).u16(0);
+    return m;
+}
+
 }  // namespace statustest

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "montage/mtgs.h"
 #include "status/StatusBytes.h"
 #include "status/stsitm.h"
 
@@ -240,4 +241,27 @@ TEST(StatusGroupTest, PropertyEditing) {
     CStatusGroup copy;
     copy = g;
     EXPECT_TRUE(copy == g);
+}
+
+TEST(StatusGroupTest, Version3TakesTheChannelNameFromTheStoredMontage) {
+    const Bytes montage = statustest::OldRecordingMontage();
+    AssertRecorder asserts;
+    for (int index : {1, 0, 5}) {
+        Bytes v3;
+        v3.u16(3).str("99E65CBA-9E82-417A-90A7-B398116464A2").str("Annotation").str("").u32(3).u32(0).u32(0);
+        v3.append(montage).u16(static_cast<unsigned>(index));
+        v3.u32(9).u32(0).str("");
+        v3.append(StringArray({})).append(StringArray({}));
+        v3.append(StringArray({})).append(StringArray({})).append(StringArray({}));
+        auto g = LoadGroup(v3);
+        EXPECT_EQ(g->GetGroupID(), "99E65CBA-9E82-417A-90A7-B398116464A2");
+        EXPECT_EQ(g->GetGroupChannelType(), 0);
+        EXPECT_EQ(g->GetGroupChannel(), index == 1 ? "C3" : index == 0 ? "Fp1-F3" : "");
+    }
+    EXPECT_TRUE(asserts.hits.empty());
+
+    // Something that is not a montage is refused.
+    Bytes wrong;
+    wrong.u16(3).str("").str("").str("").u32(3).u32(0).u32(0).newClass("CStringArray").u16(0).u16(0);
+    EXPECT_EQ(LoadCause(wrong), CArchiveException::badClass);
 }

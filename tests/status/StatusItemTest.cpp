@@ -121,6 +121,11 @@ TEST(StatusItemTest, OldVersionsTakeDefaultsAndStringArrays) {
         EXPECT_EQ(item->GetName(), "n");
         EXPECT_TRUE(asserts.Saw("stsitm", 831));
     }
+    Bytes withMontage = GroupObject({});
+    withMontage.append(ItemHead(1)).append(statustest::OldRecordingMontage()).u16(0).str("n").str("");
+    withMontage.append(StringArray({}));
+    auto loaded = LoadGroupAndItem(withMontage);
+    EXPECT_EQ(loaded.item->GetChannel(), "Fp1-F3");
 }
 
 TEST(StatusItemTest, DamagedItemsAreRefused) {

@@ -1,0 +1,67 @@
+// Reads EDF, EDF+, BDF and BDF+ files.  Open checks every header field and
+// refuses a malformed file with a message naming the field; it reads the
+// annotation signal of every record (the TALs and the records' start times)
+// but no samples.  Samples are read record by record on demand, so memory
+// stays bounded by one record whatever the length of the file.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sigfile/edf/Edf.h"
+
+class CFile;
+
+namespace edf {
+
+class EdfReader {
+public:
+    EdfReader();
+    ~EdfReader();
+    EdfReader(const EdfReader&) = delete;
+    EdfReader& operator=(const EdfReader&) = delete;
+
+    // False with a French message naming the faulty field in `error`.
+    bool Open(const std::string& path, std::string& error);
+    void Close();
+    bool IsOpen() const;
+
+    // The header (identification subfields parsed when they follow the EDF+
+    // layout) and the data signals, annotation signals left out.
+    const EdfHeader& Header() const { return m_header; }
+    const std::vector<EdfSignal>& Signals() const { return m_signals; }
+    LONGLONG RecordCount() const { return m_header.recordCount; }
+
+    // Start of a record in seconds from the header's start: from its
+    // time-keeping TAL in a "+" file, index x duration otherwise.
+    double RecordStart(LONGLONG index) const;
+    // Every annotation of every record, in the file's order.
+    const std::vector<EdfAnnotation>& Annotations() const { return m_annotations; }
+
+    // The digital samples of one record, one vector per data signal.
+    bool ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& samples, std::string& error);
+
+private:
+    struct Layout {
+        bool annotation = false;
+        size_t offset = 0;  // byte offset inside a record
+        size_t bytes = 0;
+    };
+    bool ParseHeader(std::string& error);
+    bool ReadAnnotations(std::string& error);
+    bool ReadAt(ULONGLONG position, void* buffer, size_t size);
+
+    std::unique_ptr<CFile> m_file;
+    EdfHeader m_header;
+    std::vector<EdfSignal> m_signals;
+    std::vector<Layout> m_layout;  // every signal of the file, in order
+    size_t m_headerBytes = 0;
+    size_t m_recordBytes = 0;
+    std::vector<BYTE> m_buffer;
+    std::vector<double> m_starts;  // kept for "+D" files only
+    double m_firstStart = 0;
+    std::vector<EdfAnnotation> m_annotations;
+};
+
+}  // namespace edf
