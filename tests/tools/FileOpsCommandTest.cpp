@@ -88,3 +88,40 @@ TEST(FileOpsCommandTest, CheckAndInfoReportDamagedRecordings) {
     EXPECT_EQ(RunTool("events " + a).status, 1);
     EXPECT_EQ(RunTool("check " + a).status, 1);
 }
+
+TEST(FileOpsCommandTest, CheckAppliesTheDurationRuleAndFindsInconsistentItems) {
+    testsupport::TempDir dir;
+    const std::string a = dir / "A.SIG";
+    ASSERT_EQ(RunTool("demo " + a + " --minutes 1").status, 0);
+    // Add, through the library, a stage that ends 25 hours after the start
+    // and a note whose end comes before its begin.
+    auto addItems = [&](bool late, bool reversed) {
+        long error = 0;
+        std::unique_ptr<CSigFile, tooltest::FileDeleter> file(CSigFile::Open(a.c_str(), 0, &error));
+        ASSERT_TRUE(file) << error;
+        const CSDateTime start = file->GetStatusItemAt(0)->GetBeginTime();
+        for (unsigned g = 0; g < file->GetNumGroups(); ++g) {
+            const CStatusGroup* group = file->GetGroupAt(g);
+            if (late && group->GetGroupName() == "Sleep Stages")
+                file->AddStatusItem(new CStatusItem(group, 0, start, 7680, start + CSTimeSpan(25 * 3600.0), "", "W",
+                                                    "", 0, 1));
+            if (reversed && group->GetGroupName() == "Annotation")
+                file->AddStatusItem(new CStatusItem(group, 600, start + CSTimeSpan(2.0), 100,
+                                                    start + CSTimeSpan(1.0), "", "À l'envers", "", 0, 1));
+        }
+    };
+    addItems(false, true);
+    auto r = RunTool("check " + a);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("À l'envers"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("fin avant le début"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("records: 240 read, 0 unreadable"), std::string::npos) << r.out;
+
+    addItems(true, false);
+    r = RunTool("check " + a);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("La durée du fichier dépasse la limite de 24 heures!"), std::string::npos) << r.out;
+    EXPECT_EQ(tooltest::Lines(r.out).size(), 1u);
+    // info does not apply the rule.
+    EXPECT_EQ(RunTool("info " + a).status, 0);
+}

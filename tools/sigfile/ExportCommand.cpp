@@ -109,14 +109,14 @@ public:
         : m_opt(opt), m_file(file), m_rec0(rec0) {}
 
     int Run() {
-        const CReformatedMontage* ref = nullptr;
+        CReformatedMontage* ref = nullptr;
         if (!m_opt.montage.empty() && !EqualsNoCase(m_opt.montage, m_rec0.GetMontageName())) {
             ref = m_rec0.GetReformatedMontage(m_opt.montage.c_str());
             if (!ref) return Failure("Montage inconnu : " + m_opt.montage);
         }
         if (ref) {
             m_compiler = std::make_unique<CCReformater>();
-            if (!m_compiler->Compile(const_cast<CReformatedMontage*>(ref))) {
+            if (!m_compiler->Compile(ref)) {
                 std::string text = "Impossible de calculer le montage " + m_opt.montage;
                 for (const CString& d : m_compiler->GetDiagnostics()) text += "\n" + d;
                 return Failure(text);
