@@ -67,71 +67,77 @@ CStatusItem* MakeItem(const Fixture& f, LONG position) {
     return item;
 }
 
-template <class Fn>
-double Best(int runs, Fn fn) {
-    double best = 1e30;
-    for (int r = 0; r < runs; ++r) best = std::min(best, fn());
-    return best;
-}
-
 struct Times {
-    double load, store, inOrder, random, loadWall;
+    double load = 1e30, store = 1e30, inOrder = 1e30, random = 1e30, loadWall = 1e30;
 };
 
-Times Measure(int n, std::mt19937& rng) {
-    Times t{};
-    // In time order: every item sorts last.
-    t.inOrder = Best(2, [&] {
-        Fixture f;
+// One size: a full description, its stored image and a random order.
+struct Case {
+    int n = 0;
+    std::unique_ptr<Fixture> full;
+    std::vector<BYTE> image;
+    std::vector<int> order;
+    Times best;
+};
+
+void Prepare(Case& c, std::mt19937& rng) {
+    c.full = std::make_unique<Fixture>();
+    AddGroups(*c.full);
+    for (int i = 0; i < c.n; ++i) c.full->sts.AddStatusItem(MakeItem(*c.full, i));
+    c.order.resize(static_cast<size_t>(c.n));
+    for (int i = 0; i < c.n; ++i) c.order[static_cast<size_t>(i)] = i;
+    std::shuffle(c.order.begin(), c.order.end(), rng);
+    CMemFile file;
+    {
+        CArchive ar(&file, CArchive::store, 4096);
+        c.full->sts.StoreToArchive(ar);
+        ar.Close();
+    }
+    c.image = file.Detach();
+}
+
+// One measurement of each operation; the best of all rounds is kept.
+void Round(Case& c, bool withRandom) {
+    {
+        Fixture f;  // in time order: every item sorts last
         AddGroups(f);
         auto a = Clock::now();
-        for (int i = 0; i < n; ++i) f.sts.AddStatusItem(MakeItem(f, i));
-        return Seconds(a, Clock::now());
-    });
-
-    Fixture full;
-    AddGroups(full);
-    for (int i = 0; i < n; ++i) full.sts.AddStatusItem(MakeItem(full, i));
-    std::vector<BYTE> image;
-    t.store = Best(3, [&] {
+        for (int i = 0; i < c.n; ++i) f.sts.AddStatusItem(MakeItem(f, i));
+        c.best.inOrder = std::min(c.best.inOrder, Seconds(a, Clock::now()));
+    }
+    {
+        // The memory file is given its final size first: a status file on
+        // disk takes the archive's 4096-byte blocks as they come, so growing
+        // a memory buffer is no part of storing.
         CMemFile file;
+        file.SetLength(c.image.size());
+        file.SeekToBegin();
         auto a = Clock::now();
         {
             CArchive ar(&file, CArchive::store, 4096);
-            full.sts.StoreToArchive(ar);
+            c.full->sts.StoreToArchive(ar);
             ar.Close();
         }
-        double s = Seconds(a, Clock::now());
-        image = file.Detach();
-        return s;
-    });
-    t.load = Best(3, [&] {
+        c.best.store = std::min(c.best.store, Seconds(a, Clock::now()));
+        c.image = file.Detach();
+    }
+    {
         CIntStsFile sts;
         double w = WallNow();
         auto a = Clock::now();
-        sts.LoadFromMemory(image.data(), image.size());
-        double s = Seconds(a, Clock::now());
-        w = WallNow() - w;
-        if (t.loadWall == 0.0 || w < t.loadWall) t.loadWall = w;
-        if (sts.GetNumStatusItems() != static_cast<unsigned>(n)) std::fprintf(stderr, "load lost items\n");
-        return s;
-    });
-
-    std::vector<int> order(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) order[static_cast<size_t>(i)] = i;
-    std::shuffle(order.begin(), order.end(), rng);
-    t.random = Best(2, [&] {
+        sts.LoadFromMemory(c.image.data(), c.image.size());
+        c.best.load = std::min(c.best.load, Seconds(a, Clock::now()));
+        c.best.loadWall = std::min(c.best.loadWall, WallNow() - w);
+        if (sts.GetNumStatusItems() != static_cast<unsigned>(c.n)) std::fprintf(stderr, "load lost items\n");
+    }
+    if (withRandom) {
         Fixture f;
         AddGroups(f);
         auto a = Clock::now();
-        for (int i : order) f.sts.AddStatusItem(MakeItem(f, i));
+        for (int i : c.order) f.sts.AddStatusItem(MakeItem(f, i));
         f.sts.GetStatusItemAt(0);  // the items are in order from here on
-        return Seconds(a, Clock::now());
-    });
-    std::printf("status n=%d load %.3f s, store %.3f s, insert in time order %.3f s, insert in random order %.3f s "
-                "(image %zu bytes)\n",
-                n, t.load, t.store, t.inOrder, t.random, image.size());
-    return t;
+        c.best.random = std::min(c.best.random, Seconds(a, Clock::now()));
+    }
 }
 
 void Growth(const char* name, double a, double b, double c, const char* target) {
@@ -143,9 +149,22 @@ void Growth(const char* name, double a, double b, double c, const char* target) 
 
 int main() {
     std::mt19937 rng(12345);
-    Times t1 = Measure(250000, rng);
-    Times t2 = Measure(500000, rng);
-    Times t3 = Measure(1000000, rng);
+    Case cases[3];
+    cases[0].n = 250000;
+    cases[1].n = 500000;
+    cases[2].n = 1000000;
+    for (Case& c : cases) Prepare(c, rng);
+    // Short rounds that alternate the sizes, so that a busy spell of the
+    // machine does not fall on one size only.
+    for (int round = 0; round < 5; ++round)
+        for (Case& c : cases) Round(c, round < 2);
+    for (const Case& c : cases)
+        std::printf("status n=%d load %.3f s, store %.3f s, insert in time order %.3f s, insert in random order "
+                    "%.3f s (image %zu bytes)\n",
+                    c.n, c.best.load, c.best.store, c.best.inOrder, c.best.random, c.image.size());
+    const Times& t1 = cases[0].best;
+    const Times& t2 = cases[1].best;
+    const Times& t3 = cases[2].best;
     Growth("status_load_growth", t1.load, t2.load, t3.load, "2.3");
     Growth("status_store_growth", t1.store, t2.store, t3.store, "2.3");
     Growth("status_insert_time_order_growth", t1.inOrder, t2.inOrder, t3.inOrder, "2.3");

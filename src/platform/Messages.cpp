@@ -83,9 +83,13 @@ MessageSink& Sink() {
 }
 
 void DefaultSink(const std::string& text, const std::string& caption) {
-    // One line per box: runs of line breaks become one space.
+    std::string line = caption.empty() ? FoldToOneLine(text) : caption + ": " + FoldToOneLine(text);
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+}  // namespace
+
+std::string FoldToOneLine(const std::string& text) {
     std::string line;
-    if (!caption.empty()) line = caption + ": ";
     bool inBreak = false;
     for (char c : text) {
         if (c == '\n' || c == '\r') {
@@ -96,9 +100,8 @@ void DefaultSink(const std::string& text, const std::string& caption) {
             inBreak = false;
         }
     }
-    std::fprintf(stderr, "%s\n", line.c_str());
+    return line;
 }
-}  // namespace
 
 const std::string& LoadResString(UINT id) {
     static const std::string empty;

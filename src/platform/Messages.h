@@ -88,5 +88,7 @@ using MessageSink = std::function<void(const std::string& text, const std::strin
 // Installs a sink and returns the previous one; null restores the default
 // (one message per box on standard error).
 MessageSink SetMessageSink(MessageSink sink);
+// The text of a box on one line: runs of line breaks become one space.
+std::string FoldToOneLine(const std::string& text);
 // Shows a box with an OK button through the sink; returns 1 (OK).
 int AfxMessageBox(const std::string& text, const std::string& caption = "");

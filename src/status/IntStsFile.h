@@ -117,7 +117,10 @@ public:
     // version above maxVersion (archive exception, bad schema), patches it
     // and puts it in place of the held one; throws and changes nothing on
     // failure.  The codec must be a CStdCoDec (else it asserts at
-    // codecAssertSource / codecAssertLine and the codec is kept as read).
+    // codecAssertSource / codecAssertLine and the codec is kept as read); an
+    // object that is no codec at all is refused (bad class).  The native
+    // signal file, which reads the whole status file into memory, calls this
+    // with its own file version limit and assertion source.
     void LoadFromArchive(CArchive& ar, WORD maxVersion = kFileVersion, const char* codecAssertSource = "IntStsFile",
                          int codecAssertLine = 666);
     // The same from a memory image of a status file.

@@ -221,8 +221,8 @@ void CIntStsFile::PatchPatientSex(CPatientInfo* patient) {
 // Sleep stages are scored epoch by epoch:
 // - a stage group (type 4) always has extent 1 and free event names;
 // - a stage group without the group property "EpochLength" gets it, with
-//   the duration in whole seconds of its first item, or 30 s (the scoring
-//   standard's epoch) when it has none;
+//   the duration in whole seconds of its first item (when that lies between
+//   1 s and 1 h, as a scoring epoch does), else 30 s, the usual epoch;
 // - every item of a stage group carries one value per item property of its
 //   group.
 void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& items) {
@@ -248,7 +248,7 @@ void CIntStsFile::PatchStageEventProperties(CObArray& groups, CStatusItemArray& 
         long seconds = 30;
         if (auto it = firstItem.find(g); it != firstItem.end()) {
             double s = (it->second->GetEndTime() - it->second->GetBeginTime()).GetTotalSeconds();
-            if (s >= 1.0) seconds = std::lround(s);
+            if (s >= 1.0 && s <= 3600.0) seconds = std::lround(s);
         }
         g->AddGroupProperty("EpochLength", GetGroupPropertyDesc(g->GetGroupID().c_str(), "EpochLength").c_str(),
                             std::to_string(seconds).c_str());

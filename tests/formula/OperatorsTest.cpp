@@ -93,6 +93,31 @@ TEST(OperatorsTest, AcceptedConstantArguments) {
     }
 }
 
+TEST(OperatorsTest, NodesBuiltWithoutTheirArgumentsAssertAndYieldZeros) {
+    testsupport::AssertRecorder asserts;
+    for (const CRuntimeClass* cls : {RUNTIME_CLASS(CCAbsOp), RUNTIME_CLASS(CCCmpOp), RUNTIME_CLASS(CCFirOp),
+                                     RUNTIME_CLASS(CCIirOp), RUNTIME_CLASS(CCSumOp)}) {
+        std::unique_ptr<CObject> ob(cls->CreateObject());
+        auto* op = static_cast<CCUsrOp*>(ob.get());
+        asserts.hits.clear();
+        op->Init(256, 4, 0, 3);
+        EXPECT_FALSE(asserts.hits.empty()) << cls->m_lpszClassName;
+        for (int n = 0; n <= 3; ++n) EXPECT_EQ(op->Eval(1)[n], 0.0f);
+        EXPECT_EQ(op->SetArgValue(0, 0.0f, nullptr), 0);  // argument 0 must be an expression
+    }
+    // A FIR initialised twice asserts; so does one over a one-sample range.
+    CCFirOp fir;
+    fir.SetArgValue(0, 0.0f, new CCConstant(2.0f));
+    fir.SetArgValue(1, 1.0f);
+    fir.SetArgValue(2, 3.0f);
+    fir.SetArgValue(4, 40.0f);
+    asserts.hits.clear();
+    fir.Init(256, 4, 0, 3);
+    EXPECT_TRUE(asserts.hits.empty());
+    fir.Init(256, 4, 0, 3);
+    EXPECT_EQ(asserts.hits.size(), 1u);
+}
+
 // ---------------------------------------------------------------- FIR
 
 // The FIR design written out again in double precision (with the same short

@@ -419,15 +419,18 @@ TEST_F(ReformaterTest, OutputTimeIsTheCurrentRecordsAndInputsReadTheirChannel) {
 
 TEST_F(ReformaterTest, StreamingEqualsRestartingForStatelessFunctions) {
     r.AddGlobal("M", "SUM(F3,2,5)");
-    r.AddOutput("O1", "FIR(FP1,1,3,0,40)+M");
+    // Every kind of node over a range wider than a record, so that each
+    // one slides its buffer between records.
+    r.AddOutput("O1", "FIR(FP1-C3*2/F3,1,3,0,40)+M");
     r.AddOutput("O2", "(CMP(ABS(FP1-C3),0,10,1,0)-0.5)*SUM(M,1,6)");
+    r.AddOutput("O3", "SUM(-ABS(+FP1)+CMP(F3,0,5,1,0),3,9)");
     ASSERT_EQ(r.Compile(), 1);
     const Signal signal = [](int c, long i) { return std::sin(0.3f * static_cast<float>(i) + c) * 20.0f; };
     std::vector<long> all;
     for (long k = 0; k < 20; ++k) all.push_back(k);
     const auto streamed = RunStream(r, 8, 4, -3, 20, signal);
     const auto restarted = RunStream(r, 8, 4, -3, 20, signal, all);
-    ASSERT_EQ(streamed.size(), 2u);
+    ASSERT_EQ(streamed.size(), 3u);
     EXPECT_EQ(streamed, restarted);
 }
 

@@ -285,3 +285,30 @@ TEST(IntStsFileTest, EditingKeepsItemsOrderedAndGroupsOwned) {
     EXPECT_EQ(sts.GetNumGroups(), 0u);
     EXPECT_EQ(sts.GetNumStatusItems(), 0u);
 }
+
+TEST(IntStsFileTest, EveryDamagedByteIsEitherReadOrRefused) {
+    Description d;
+    const Bytes good = SampleArchive(d);
+    CIntStsFile sts;
+    AssertRecorder quiet;
+    int refused = 0;
+    for (size_t at = 0; at < good.data.size(); ++at) {
+        for (BYTE change : {BYTE(0xFF), BYTE(0x01), BYTE(0x80)}) {
+            Bytes damaged = good;
+            damaged.data[at] ^= change;
+            try {
+                sts.LoadFromMemory(damaged.data.data(), damaged.data.size());
+                // Whatever was read is whole: every item has one of the groups.
+                for (unsigned i = 0; i < sts.GetNumStatusItems(); ++i) {
+                    const CStatusGroup* g = sts.GetStatusItemAt(i)->GetGroup();
+                    bool found = false;
+                    for (unsigned k = 0; k < sts.GetNumGroups(); ++k) found = found || sts.GetGroupAt(k) == g;
+                    ASSERT_TRUE(found);
+                }
+            } catch (CException&) {
+                ++refused;
+            }
+        }
+    }
+    EXPECT_GT(refused, 0);
+}

@@ -10,20 +10,7 @@
 namespace sigfile_tool {
 int g_exitStatus = 0;
 
-void PrintError(const std::string& text) {
-    std::string line;
-    bool inBreak = false;
-    for (char c : text) {
-        if (c == '\n' || c == '\r') {
-            if (!inBreak) line += ' ';
-            inBreak = true;
-        } else {
-            line += c;
-            inBreak = false;
-        }
-    }
-    std::fprintf(stderr, "%s\n", line.c_str());
-}
+void PrintError(const std::string& text) { std::fprintf(stderr, "%s\n", FoldToOneLine(text).c_str()); }
 }  // namespace sigfile_tool
 
 int main(int argc, char** argv) {
