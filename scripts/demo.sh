@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the sigfile tool and runs it on a built-in example.
+# Builds the sigfile tool, writes a synthetic night recording with it, and
+# shows what it holds: its description and two seconds of the bipolar montage.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh $(cat scripts/build-deps.txt)
@@ -9,5 +10,9 @@ out="${1:-/tmp/sigfile-demo}"
 mkdir -p "$out"
 tool=build/default/sigfile
 $tool --version
-printf 'KQUARSIG' > "$out/SERVER.SIG"
-$tool format "$out/SERVER.SIG"
+$tool demo "$out/NIGHT.SIG" --minutes 10 --seed 1
+$tool format "$out/NIGHT.SIG"
+$tool info "$out/NIGHT.SIG"
+$tool export "$out/NIGHT.SIG" "$out/bipolar.csv" --montage Bipolar --records 0:8
+echo "first lines of $out/bipolar.csv:"
+head -n 4 "$out/bipolar.csv"

@@ -26,6 +26,11 @@ void RegisterImportCommand(CLI::App& app);  // import IN.(edf|bdf) OUT.SIG [--re
 // Returns the exit status, the failure printed on standard error.
 int RunEdfExport(const std::string& file, const std::string& out, const std::string& montage,
                  const std::string& records);
+void RegisterInfoCommands(CLI::App& app);     // info, events
+void RegisterExportCommand(CLI::App& app);
+void RegisterDemoCommand(CLI::App& app);
+void RegisterCheckCommand(CLI::App& app);
+void RegisterFileCommands(CLI::App& app);     // copy, rename, delete
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);

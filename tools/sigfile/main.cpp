@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "platform/Exceptions.h"
 #include "platform/Messages.h"
 #include "platform/Support.h"
 
@@ -20,12 +21,24 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough(false);
 
+    // Every message box of the library becomes one line on standard error.
+    SetMessageSink([](const std::string& text, const std::string&) { PrintError(text); });
+
     RegisterFormatCommand(app);
     RegisterSpectrumCommand(app);
     RegisterImportCommand(app);
+    RegisterInfoCommands(app);
+    RegisterExportCommand(app);
+    RegisterDemoCommand(app);
+    RegisterCheckCommand(app);
+    RegisterFileCommands(app);
 
     try {
         app.parse(argc, argv);
+    } catch (const CException& e) {
+        // A failure that no command caught: the library's own text.
+        PrintError(e.GetMessageText());
+        return 1;
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForVersion& e) {

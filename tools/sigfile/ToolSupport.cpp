@@ -1,0 +1,121 @@
+#include "ToolSupport.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+
+#include "Commands.h"
+#include "platform/FileOps.h"
+#include "platform/Messages.h"
+#include "platform/Paths.h"
+
+namespace sigfile_tool {
+
+void SigFileCloser::operator()(CSigFile* file) const {
+    if (!file) return;
+    file->Close();
+    delete file;
+}
+
+SigFilePtr OpenForReading(const std::string& name, int check24Hours) {
+    long error = 0;
+    CSigFile* file = CSigFile::Open(name.c_str(), 1, &error, 0, check24Hours);
+    if (!file) {
+        // -1: the failure was reported already.
+        if (error != 0 && error != -1) CSigFile::ErrorMessageBox(name.c_str(), error);
+        return nullptr;
+    }
+    return SigFilePtr(file);
+}
+
+void Fail(const std::string& text) { AfxMessageBox(text); }
+
+// ---------------------------------------------------------------------------
+
+ProgressBar::ProgressBar(std::string title, unsigned long long total)
+    : m_title(std::move(title)), m_total(total), m_enabled(::isatty(STDERR_FILENO) == 1) {}
+
+ProgressBar::~ProgressBar() { Finish(); }
+
+void ProgressBar::Update(unsigned long long done) {
+    if (!m_enabled || m_total == 0) return;
+    if (done > m_total) done = m_total;
+    const int permille = static_cast<int>(done * 1000 / m_total);
+    if (permille == m_lastPermille) return;
+    m_lastPermille = permille;
+    constexpr int kWidth = 40;
+    const int filled = permille * kWidth / 1000;
+    std::string bar(static_cast<size_t>(filled), '#');
+    bar.append(static_cast<size_t>(kWidth - filled), ' ');
+    std::fprintf(stderr, "\r%s [%s] %3d%%", m_title.c_str(), bar.c_str(), permille / 10);
+    std::fflush(stderr);
+    m_drawn = true;
+}
+
+void ProgressBar::Finish() {
+    if (m_drawn) {
+        std::fprintf(stderr, "\n");
+        std::fflush(stderr);
+    }
+    m_drawn = false;
+}
+
+// ---------------------------------------------------------------------------
+
+ReplacingOutput::ReplacingOutput(std::string target) : m_target(std::move(target)) {}
+
+ReplacingOutput::~ReplacingOutput() {
+    if (m_stream) std::fclose(m_stream);
+    if (!m_committed && !m_temp.empty()) ::unlink(m_temp.c_str());
+}
+
+bool ReplacingOutput::Open() {
+    std::string pattern = m_target + ".XXXXXX";
+    std::vector<char> buf(pattern.begin(), pattern.end());
+    buf.push_back('\0');
+    int fd = ::mkstemp(buf.data());
+    if (fd < 0) {
+        SetLastError(ErrnoToSystemError(errno));
+        return false;
+    }
+    m_temp = buf.data();
+    ::fchmod(fd, 0644);
+    m_stream = ::fdopen(fd, "w");
+    if (!m_stream) {
+        SetLastError(ErrnoToSystemError(errno));
+        ::close(fd);
+        return false;
+    }
+    return true;
+}
+
+bool ReplacingOutput::Commit() {
+    if (!m_stream) return false;
+    bool ok = std::fflush(m_stream) == 0 && ::fsync(::fileno(m_stream)) == 0;
+    int err = ok ? 0 : errno;
+    if (std::fclose(m_stream) != 0 && ok) {
+        ok = false;
+        err = errno;
+    }
+    m_stream = nullptr;
+    if (!ok) {
+        SetLastError(ErrnoToSystemError(err ? err : EIO));
+        return false;
+    }
+    if (!MoveFileReplace(m_temp, m_target)) return false;
+    m_committed = true;
+    return true;
+}
+
+double FloatForJson(float value) {
+    char text[64];
+    auto res = std::to_chars(text, text + sizeof text - 1, value);
+    *res.ptr = '\0';
+    return std::strtod(text, nullptr);
+}
+
+}  // namespace sigfile_tool
