@@ -108,7 +108,7 @@ TEST(FuzzSeedsTest, FilterDefinitions) {
     eeg->SetName("EEG");
     eeg->SetFilterType(CFilter::typeBandPass);
     eeg->Add(256, 1, "", CFilter::classIIR, 2, 0.3f, 70.0f);
-    eeg->Add(128, 0, "C3", CFilter::classFIR, 16, 0.5f, 30.0f);
+    eeg->Add(128, 0, "C3", CFilter::classFIR, 15, 0.5f, 30.0f);
     CFilter* notch = set.AddNew();
     notch->SetName("Secteur");
     notch->SetFilterType(CFilter::typeBandStop);
@@ -116,7 +116,7 @@ TEST(FuzzSeedsTest, FilterDefinitions) {
     CFilter* low = set.AddNew();
     low->SetName("Passe-bas");
     low->SetFilterType(CFilter::typeLowPass);
-    low->Add(64, 2, "", CFilter::classFIR, 8, 0.0f, 15.0f);
+    low->Add(64, 2, "", CFilter::classFIR, 9, 0.0f, 15.0f);
     const int written = set.Update();
     const std::vector<uint8_t> full = ReadFileBytes(dir / "default.flt");
     CFilterSet none;
@@ -162,7 +162,9 @@ TEST(FuzzSeedsTest, SpectralFiles) {
                 for (unsigned f = 0; f < specRec->GetNumFreq(c); ++f) specRec->SetAt(c, f, r + c * 10.0f + f * 0.25f);
             ASSERT_EQ(file->Write(*specRec), 1);
         }
-        if (records) ASSERT_EQ(file->AddAnnotationAt(0, "Début"), 1);
+        if (records) {
+            ASSERT_EQ(file->AddAnnotationAt(0, "Début"), 1);
+        }
         ASSERT_EQ(file->Close(), 1);
         seeds[seed] = fuzzentry::JoinPair(ReadFileBytes(dir / "seed.SPH"), ReadFileBytes(spc));
     };
@@ -179,8 +181,8 @@ TEST(FuzzSeedsTest, Formulas) {
     CheckAndPublish("formula", {
         {"bipolar", text("A-B\n")},
         {"average", text("G MEAN=(A+B)/2\nO A_AVG=A-MEAN\nO B_AVG=B-MEAN\n")},
-        {"functions", text("ABS(A)*CMP(B,0,10,1,0)\nSUM(A,-2,2)\n")},
-        {"filters", text("IIR(A,3,2,0.3,70)\nFIR(B,3,16,0.5,30)\n")},
+        {"functions", text("ABS(A)*CMP(B,0,10,1,0)\nSUM(A,2,2)\n")},
+        {"filters", text("IIR(A,3,2,0.3,70)\nFIR(B,3,15,0.5,30)\n")},
         {"mixed_rates", text("C*2-1\nO X=-(C)\n")},
     });
 }
