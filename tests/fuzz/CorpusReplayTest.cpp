@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "FuzzEntries.h"
+#include "sigfile/SIGFILE.h"
 
 namespace fs = std::filesystem;
 
@@ -55,4 +56,15 @@ TEST(CorpusReplayTest, SeedCorporaReplayCleanly) {
 TEST(CorpusReplayTest, FuzzFindingsReplayCleanly) {
     // The folder exists once a finding has been recorded.
     ReplayFolder(fs::path(SIGFILE_TEST_DATA_DIR) / "fuzz");
+}
+
+TEST(CorpusReplayTest, ReachingTheFatalErrorRoutineIsACrash) {
+    // Left alone, the routine ends the process with status 0, which a fuzzer
+    // would not see; under the guard it aborts.
+    EXPECT_DEATH(
+        {
+            fuzzentry::LibraryGuard guard;
+            SetErrorCondition("fuzz", 1, "test");
+        },
+        "fatal error routine reached");
 }
