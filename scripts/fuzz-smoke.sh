@@ -2,7 +2,8 @@
 # Short fuzz run of every target (15 s each by default, FUZZ_SECONDS to
 # change it), starting from the seed corpora.  New inputs the run finds go to
 # a scratch folder, not into the committed corpus; a crash leaves its input
-# in build/fuzz/findings/ and fails the script.
+# in build/fuzz/findings/ and fails the script.  The seed is fixed so that a
+# run repeats the one before it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh clang-14 libclang-rt-14-dev
@@ -20,7 +21,7 @@ status=0
 for t in "${targets[@]}"; do
   echo "== fuzz $t (${seconds} s)"
   mkdir -p "$scratch/$t"
-  if ! nice -n 19 build/fuzz/fuzz/fuzz_"$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if ! nice -n 19 build/fuzz/fuzz/fuzz_"$t" -max_total_time="$seconds" -seed=1 -timeout=10 -rss_limit_mb=2048 \
       -print_final_stats=1 -artifact_prefix="$findings/$t-" "$scratch/$t" fuzz/corpus/"$t" \
       > "$scratch/$t.log" 2>&1; then
     tail -n 60 "$scratch/$t.log"
