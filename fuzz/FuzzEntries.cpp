@@ -101,7 +101,8 @@ void WalkDescription(const Description& sts) {
     for (unsigned i = 0; i < sts.GetNumStatusItems(); ++i) {
         const CStatusItem* item = sts.GetStatusItemAt(i);
         sink = sink + item->GetName().size() + static_cast<size_t>(item->GetNumProperties());
-        sink = sink + static_cast<size_t>(item->GetEndSample() - item->GetBeginSample());
+        // Ranges come from the file: any two 32-bit samples, so subtract wide.
+        sink = sink + static_cast<size_t>(static_cast<long long>(item->GetEndSample()) - item->GetBeginSample());
     }
     // The derived channels of every montage are compiled as a viewer would.
     if (const CPhysicalMontage* montage = sts.GetPhysicalMontage()) {

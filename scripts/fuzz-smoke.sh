@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh clang-14 libclang-rt-14-dev
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 seconds="${FUZZ_SECONDS:-15}"
 targets=(status sigfile filters spectral_header formula edf)
 
