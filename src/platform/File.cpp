@@ -164,6 +164,16 @@ void CFile::FlushToDisk() {
     if (m_hFile >= 0 && ::fsync(m_hFile) != 0) ThrowLastError();
 }
 
+void CFile::StartWriteBack(ULONGLONG offset, ULONGLONG length) {
+#if defined(__linux__)
+    if (m_hFile >= 0 && length > 0)
+        (void)::sync_file_range(m_hFile, off64_t(offset), off64_t(length), SYNC_FILE_RANGE_WRITE);
+#else
+    (void)offset;
+    (void)length;
+#endif
+}
+
 void CFile::Rename(const char* oldName, const char* newName) {
     if (::rename(oldName, newName) != 0) {
         long code = ErrnoToSystemError(errno);

@@ -58,6 +58,10 @@ public:
     virtual void Flush();
     // Flushes and forces the data to the disk (fsync).
     void FlushToDisk();
+    // Asks the system to start writing a range of the file to the disk now,
+    // without waiting; a later FlushToDisk then has less left to do.  A hint
+    // only: nothing is reported, and systems without it ignore the call.
+    void StartWriteBack(ULONGLONG offset, ULONGLONG length);
 
     bool IsOpen() const { return m_hFile >= 0; }
     const std::string& GetFilePath() const { return m_strFileName; }

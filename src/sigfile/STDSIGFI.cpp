@@ -387,6 +387,9 @@ int CStdSigFile::FlushWriteBehind() {
         }
         done += static_cast<size_t>(n);
     }
+    // The disk starts on these bytes now, so that the next Flush waits for
+    // little more than the last of them.
+    m_file.StartWriteBack(static_cast<ULONGLONG>(offset), total);
     m_writeBehindCount = 0;
     return 1;
 }

@@ -94,11 +94,13 @@ void EdfBlockReader::FinishSegment() {
     m_segmentFinished = true;
 }
 
-bool EdfBlockReader::Follows(LONGLONG r) const {
-    if (r == 0 || !m_reader.Header().discontinuous) return true;
-    const double duration = m_reader.Header().recordDuration;
-    return std::fabs(m_reader.RecordStart(r) - (m_reader.RecordStart(r - 1) + duration)) <= 1e-3 * duration + 1e-6;
+bool EdfRecordFollows(const EdfReader& reader, LONGLONG r) {
+    if (r == 0 || !reader.Header().discontinuous) return true;
+    const double duration = reader.Header().recordDuration;
+    return std::fabs(reader.RecordStart(r) - (reader.RecordStart(r - 1) + duration)) <= 1e-3 * duration + 1e-6;
 }
+
+bool EdfBlockReader::Follows(LONGLONG r) const { return EdfRecordFollows(m_reader, r); }
 
 bool EdfBlockReader::ReadRecord(std::string& error) {
     if (!m_reader.ReadRecord(m_next, m_record, error)) return false;

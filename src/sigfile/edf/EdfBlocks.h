@@ -18,6 +18,10 @@
 
 namespace edf {
 
+// Whether record r of a file starts where record r - 1 ends (always so in a
+// continuous file), within a thousandth of a record.
+bool EdfRecordFollows(const EdfReader& reader, LONGLONG r);
+
 struct EdfBlock {
     double start = 0;  // seconds from the header's start
     bool partial = false;  // some signal has fewer than its block samples

@@ -320,8 +320,9 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
         for (unsigned c = 0; c < formulas->Channels(); ++c) counts.push_back((unsigned short)formulas->Samples(c));
         values.Create(formulas->Channels(), counts.data());
     }
-    std::vector<std::vector<LONG>> samples(signals.size());
-    for (size_t c = 0; c < signals.size(); ++c) samples[c].resize(size_t(signals[c].samplesPerRecord));
+    std::vector<std::vector<LONG>> samples(formulas ? signals.size() : 0);
+    for (size_t c = 0; c < samples.size(); ++c) samples[c].resize(size_t(signals[c].samplesPerRecord));
+    std::vector<const short*> channels(signals.size());
     std::vector<double> starts;  // actual starts of the written records
     CSDateTime origin;
     EdfWriter writer;
@@ -367,11 +368,6 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
                     samples[c][j] = LONG(std::clamp(d, double(s.digitalMin), double(s.digitalMax)));
                 }
             }
-        } else {
-            for (size_t c = 0; c < signals.size(); ++c) {
-                const short* v = raw->GetAt(unsigned(c));
-                std::copy(v, v + samples[c].size(), samples[c].begin());
-            }
         }
         now.clear();
         for (const EdfAnnotation& a : plan.perRecord[size_t(r - first)]) {
@@ -385,7 +381,13 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
             }
             now.push_back(real);
         }
-        if (!writer.WriteRecord(start, samples, now, error)) return 0;
+        if (formulas) {
+            if (!writer.WriteRecord(start, samples, now, error)) return 0;
+        } else {
+            // The raw 16-bit samples go to the file as they are.
+            for (size_t c = 0; c < signals.size(); ++c) channels[c] = raw->GetAt(unsigned(c));
+            if (!writer.WriteRecord(start, channels.data(), channels.size(), now, error)) return 0;
+        }
     }
     return writer.Close(error) ? 1 : 0;
 }

@@ -2,7 +2,9 @@
 #include "sigfile/edf/EdfImport.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <optional>
@@ -113,6 +115,9 @@ private:
     bool Rates(std::string& error);
     bool Describe(std::string& error);
     bool Records(CSigFile& file, std::string& error);
+    int NativeRecordsPerFileRecord(const CRawSigRec& rec) const;
+    bool CopyRecords(CSigFile& file, CRawSigRec& rec, int per, std::string& error);
+    bool Put(CSigFile& file, CRawSigRec& rec, long r, double start, std::string& error);
     void Annotations(CSigFile& file);
 
     std::string m_in, m_out;
@@ -120,6 +125,7 @@ private:
     EdfReader m_reader;
     int m_base = 0;
     std::vector<double> m_targetRates;
+    bool m_resampled = false;  // some signal changes rate on the way in
     std::vector<int> m_samples;  // per native record
     std::vector<Channel> m_channels;
     std::unique_ptr<CFileHeader> m_header;
@@ -151,6 +157,7 @@ bool Importer::Rates(std::string& error) {
     const double highest = *std::max_element(rates.begin(), rates.end());
     if (!(highest > 0) || highest > 65535) return false;
     m_base = int(std::ceil(highest - 1e-9));
+    m_resampled = true;
     m_targetRates.clear();
     m_samples.clear();
     for (double r : rates) {
@@ -225,9 +232,11 @@ bool Importer::Describe(std::string& error) {
 }
 
 bool Importer::Records(CSigFile& file, std::string& error) {
-    std::vector<double> rates;
-    EdfBlockReader blocks(m_reader, m_targetRates, double(kNativeRecordSamples) / m_base);
     std::unique_ptr<CRawSigRec> rec(file.CreateCompatibleRawSigRec());
+    // A 16-bit file whose records hold a whole number of native records of
+    // every signal at its own rate is copied sample for sample.
+    if (int per = NativeRecordsPerFileRecord(*rec)) return CopyRecords(file, *rec, per, error);
+    EdfBlockReader blocks(m_reader, m_targetRates, double(kNativeRecordSamples) / m_base);
     EdfBlock block;
     long r = 0;
     const double edfOrigin = m_reader.RecordCount() > 0 ? m_reader.RecordStart(0) : 0.0;
@@ -250,16 +259,66 @@ bool Importer::Records(CSigFile& file, std::string& error) {
                 out[j] = short(std::clamp<LONG>(d, kAdMin, kAdMax));
             }
         }
-        m_recordStarts.push_back(block.start - edfOrigin);
-        rec->SetTime(m_start + CSTimeSpan(block.start - edfOrigin));
-        file.MoveTo(r);
-        if (!file.Write(rec.get())) {
-            error = NativeErrorText(file.GetFileName(), file.GetIOError());
-            return false;
-        }
-        ++r;
+        if (!Put(file, *rec, r++, block.start - edfOrigin, error)) return false;
     }
     return error.empty();
+}
+
+bool Importer::Put(CSigFile& file, CRawSigRec& rec, long r, double start, std::string& error) {
+    m_recordStarts.push_back(start);
+    rec.SetTime(m_start + CSTimeSpan(start));
+    file.MoveTo(r);
+    if (!file.Write(&rec)) {
+        error = NativeErrorText(file.GetFileName(), file.GetIOError());
+        return false;
+    }
+    return true;
+}
+
+int Importer::NativeRecordsPerFileRecord(const CRawSigRec& rec) const {
+    if (m_resampled || IsBdf(m_reader.Header().format)) return 0;
+    int per = 0;
+    for (size_t c = 0; c < m_channels.size(); ++c) {
+        const int n = int(rec.GetNumSamples(unsigned(c)));
+        const int file = m_reader.Signals()[c].samplesPerRecord;
+        if (m_channels[c].mapped || n <= 0 || file % n != 0 || (per && file / n != per)) return 0;
+        per = file / n;
+    }
+    return per;
+}
+
+bool Importer::CopyRecords(CSigFile& file, CRawSigRec& rec, int per, std::string& error) {
+    const double blockDuration = double(kNativeRecordSamples) / m_base;
+    const double edfOrigin = m_reader.RecordCount() > 0 ? m_reader.RecordStart(0) : 0.0;
+    std::vector<size_t> offsets;
+    for (size_t c = 0; c < m_channels.size(); ++c) offsets.push_back(m_reader.SignalOffset(c));
+    double segmentStart = 0;
+    LONGLONG blocksInSegment = 0;
+    long r = 0;
+    for (LONGLONG e = 0; e < m_reader.RecordCount(); ++e) {
+        const BYTE* bytes = m_reader.RecordBytes(e, error);
+        if (!bytes) return false;
+        // Times as the general path gives them: from the start of each run
+        // of contiguous records.
+        if (e == 0 || !EdfRecordFollows(m_reader, e)) {
+            segmentStart = m_reader.RecordStart(e);
+            blocksInSegment = 0;
+        }
+        for (int j = 0; j < per; ++j, ++blocksInSegment) {
+            for (size_t c = 0; c < m_channels.size(); ++c) {
+                const size_t n = rec.GetNumSamples(unsigned(c));
+                const BYTE* p = bytes + offsets[c] + size_t(j) * n * 2;
+                short* out = rec.GetAt(unsigned(c));
+                if constexpr (std::endian::native == std::endian::little)
+                    std::memcpy(out, p, n * 2);
+                else
+                    for (size_t k = 0; k < n; ++k) out[k] = short(uint16_t(p[2 * k] | p[2 * k + 1] << 8));
+            }
+            if (!Put(file, rec, r++, segmentStart + double(blocksInSegment) * blockDuration - edfOrigin, error))
+                return false;
+        }
+    }
+    return true;
 }
 
 void Importer::Annotations(CSigFile& file) {

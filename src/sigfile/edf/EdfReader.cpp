@@ -2,6 +2,9 @@
 // bytes the file really holds before anything is allocated or read.
 #include "sigfile/edf/EdfReader.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
 
 #include "platform/File.h"
@@ -69,25 +72,25 @@ void EdfReader::Close() {
     m_signals.clear();
     m_layout.clear();
     m_buffer.clear();
+    m_bufferFirst = m_bufferRecords = 0;
     m_starts.clear();
     m_annotations.clear();
     m_firstStart = 0;
 }
 
 bool EdfReader::ReadAt(ULONGLONG position, void* buffer, size_t size) {
-    try {
-        if (m_file->Seek(LONGLONG(position), CFile::begin) != position) return false;
-        BYTE* p = static_cast<BYTE*>(buffer);
-        while (size > 0) {
-            UINT n = m_file->Read(p, UINT(std::min<size_t>(size, 1u << 30)));
-            if (n == 0) return false;
-            p += n;
-            size -= n;
-        }
-        return true;
-    } catch (const CException&) {
-        return false;
+    // One positioned read per call: the annotation pass reads a few bytes of
+    // every record.
+    BYTE* p = static_cast<BYTE*>(buffer);
+    while (size > 0) {
+        ssize_t n = ::pread(m_file->GetHandle(), p, std::min<size_t>(size, size_t(1) << 30), off_t(position));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= size_t(n);
+        position += ULONGLONG(n);
     }
+    return true;
 }
 
 bool EdfReader::Open(const std::string& path, std::string& error) {
@@ -344,16 +347,40 @@ double EdfReader::RecordStart(LONGLONG index) const {
     return m_firstStart + double(index) * m_header.recordDuration;
 }
 
-bool EdfReader::ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& samples, std::string& error) {
+const BYTE* EdfReader::RecordBytes(LONGLONG index, std::string& error) {
     if (!IsOpen() || index < 0 || index >= m_header.recordCount) {
         error = StrFormat("enregistrement %lld : hors du fichier", LL(index));
-        return false;
+        return nullptr;
     }
-    m_buffer.resize(m_recordBytes);
-    if (!ReadAt(m_headerBytes + ULONGLONG(index) * m_recordBytes, m_buffer.data(), m_recordBytes)) {
-        error = StrFormat("enregistrement %lld : lecture impossible", LL(index));
-        return false;
+    if (index < m_bufferFirst || index >= m_bufferFirst + m_bufferRecords) {
+        // Reads ahead about a megabyte of records: sequential reading then
+        // costs one system call per megabyte instead of two per record.
+        const LONGLONG ahead = LONGLONG(std::max<size_t>(1, kReadAheadBytes / std::max<size_t>(m_recordBytes, 1)));
+        const LONGLONG count = std::min(ahead, m_header.recordCount - index);
+        m_buffer.resize(size_t(count) * m_recordBytes);
+        m_bufferRecords = 0;
+        if (!ReadAt(m_headerBytes + ULONGLONG(index) * m_recordBytes, m_buffer.data(), m_buffer.size())) {
+            error = StrFormat("enregistrement %lld : lecture impossible", LL(index));
+            return nullptr;
+        }
+        m_bufferFirst = index;
+        m_bufferRecords = count;
     }
+    return m_buffer.data() + size_t(index - m_bufferFirst) * m_recordBytes;
+}
+
+size_t EdfReader::SignalOffset(size_t signal) const {
+    size_t k = 0;
+    for (const Layout& lay : m_layout) {
+        if (lay.annotation) continue;
+        if (k++ == signal) return lay.offset;
+    }
+    return m_recordBytes;
+}
+
+bool EdfReader::ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& samples, std::string& error) {
+    const BYTE* record = RecordBytes(index, error);
+    if (!record) return false;
     const bool bdf = IsBdf(m_header.format);
     samples.resize(m_signals.size());
     size_t k = 0;
@@ -361,7 +388,7 @@ bool EdfReader::ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& sampl
         if (lay.annotation) continue;
         std::vector<LONG>& out = samples[k];
         out.resize(size_t(m_signals[k].samplesPerRecord));
-        const BYTE* p = m_buffer.data() + lay.offset;
+        const BYTE* p = record + lay.offset;
         LONG* v = out.data();
         const size_t n = out.size();
         if (bdf) {

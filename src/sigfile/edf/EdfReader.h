@@ -42,6 +42,14 @@ public:
     // The digital samples of one record, one vector per data signal.
     bool ReadRecord(LONGLONG index, std::vector<std::vector<LONG>>& samples, std::string& error);
 
+    // The bytes of one record as stored (RecordBytesSize() of them), valid
+    // until the next read; null with a message on failure.  Data signal i
+    // starts at SignalOffset(i), samplesPerRecord samples of
+    // SampleBytes(format) bytes each, little-endian.
+    const BYTE* RecordBytes(LONGLONG index, std::string& error);
+    size_t RecordBytesSize() const { return m_recordBytes; }
+    size_t SignalOffset(size_t signal) const;
+
 private:
     struct Layout {
         bool annotation = false;
@@ -58,7 +66,10 @@ private:
     std::vector<Layout> m_layout;  // every signal of the file, in order
     size_t m_headerBytes = 0;
     size_t m_recordBytes = 0;
-    std::vector<BYTE> m_buffer;
+    static constexpr size_t kReadAheadBytes = size_t(1) << 20;
+    std::vector<BYTE> m_buffer;  // m_bufferRecords records from m_bufferFirst on
+    LONGLONG m_bufferFirst = 0;
+    LONGLONG m_bufferRecords = 0;
     std::vector<double> m_starts;  // kept for "+D" files only
     double m_firstStart = 0;
     std::vector<EdfAnnotation> m_annotations;

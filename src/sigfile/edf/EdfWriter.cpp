@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -234,7 +236,10 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
         error = "number of samples in each data record : un enregistrement dépasse 64 Mi échantillons";
         return false;
     }
-    m_record.assign(m_recordBytes, 0);
+    // Room for a block: the first record taking it to kBlockBytes or more
+    // sends it to the file.
+    m_block.assign(kBlockBytes + m_recordBytes, 0);
+    m_blockUsed = 0;
 
     std::string tmpl = path + ".XXXXXX";
     std::vector<char> name(tmpl.begin(), tmpl.end());
@@ -257,85 +262,131 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
         return Fail(error, fe.GetMessageText());
     try {
         m_file->Write(bytes.data(), UINT(bytes.size()));
+        m_written = bytes.size();
     } catch (const CException& e) {
         return Fail(error, e.GetMessageText());
     }
     return true;
 }
 
-bool EdfWriter::WriteRecord(double start, const std::vector<std::vector<LONG>>& samples,
-                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+std::string EdfWriter::Where() const { return StrFormat("enregistrement %lld : ", (long long)m_records); }
+
+bool EdfWriter::BeginRecord(double start, size_t signalCount, const std::vector<EdfAnnotation>& annotations,
+                            bool& follows, std::string& error) {
     if (!IsOpen()) {
         error = "Aucun fichier EDF n'est ouvert en écriture";
         return false;
     }
-    const std::string where = StrFormat("enregistrement %lld : ", (long long)m_records);
-    if (!std::isfinite(start) || start < 0) return Fail(error, where + "début négatif ou invalide");
-    bool follows = std::fabs(start - (m_records == 0 ? 0.0 : m_lastStart + m_duration)) <= 1e-6 * m_duration;
+    if (!std::isfinite(start) || start < 0) return Fail(error, Where() + "début négatif ou invalide");
+    follows = std::fabs(start - (m_records == 0 ? 0.0 : m_lastStart + m_duration)) <= 1e-6 * m_duration;
     if (m_records > 0 && start < m_lastStart + m_duration - 1e-6 * m_duration)
-        return Fail(error, where + "commence avant la fin du précédent");
+        return Fail(error, Where() + "commence avant la fin du précédent");
     if (!follows && !IsPlus(m_format))
-        return Fail(error, where + "ne suit pas le précédent, ce qu'un fichier EDF ou BDF simple ne peut dire");
+        return Fail(error, Where() + "ne suit pas le précédent, ce qu'un fichier EDF ou BDF simple ne peut dire");
     if (!annotations.empty() && !IsPlus(m_format))
-        return Fail(error, where + "un fichier EDF ou BDF simple ne porte pas d'annotations");
-    if (samples.size() != m_signals.size())
-        return Fail(error, where + StrFormat("%zu signaux au lieu de %zu", samples.size(), m_signals.size()));
+        return Fail(error, Where() + "un fichier EDF ou BDF simple ne porte pas d'annotations");
+    if (signalCount != m_signals.size())
+        return Fail(error, Where() + StrFormat("%zu signaux au lieu de %zu", signalCount, m_signals.size()));
+    // The record goes at the end of the output block, which is written out
+    // once it holds enough records.
+    m_recordAt = m_blockUsed;
+    m_blockUsed += m_recordBytes;
+    return true;
+}
 
-    const int width = SampleBytes(m_format);
-    BYTE* p = m_record.data();
-    for (size_t i = 0; i < m_signals.size(); ++i) {
-        const EdfSignal& sig = m_signals[i];
-        if (samples[i].size() != size_t(sig.samplesPerRecord))
-            return Fail(error, where + SignalName(sig, i) +
-                                   StrFormat(" : %zu échantillons au lieu de %d", samples[i].size(),
-                                             sig.samplesPerRecord));
-        const LONG* v = samples[i].data();
-        const size_t n = samples[i].size();
+template <typename Sample>
+bool EdfWriter::PackSignal(size_t i, const Sample* v, size_t n, BYTE*& p, std::string& error) {
+    const EdfSignal& sig = m_signals[i];
+    if (n != size_t(sig.samplesPerRecord))
+        return Fail(error, Where() + SignalName(sig, i) +
+                               StrFormat(" : %zu échantillons au lieu de %d", n, sig.samplesPerRecord));
+    // 16-bit samples need no check against limits that hold every one.
+    if (sizeof(Sample) > 2 || sig.digitalMin > -32768 || sig.digitalMax < 32767) {
         bool inRange = true;
         for (size_t k = 0; k < n; ++k) inRange &= v[k] >= sig.digitalMin && v[k] <= sig.digitalMax;
         if (!inRange) {
-            LONG bad = *std::find_if(v, v + n, [&](LONG x) { return x < sig.digitalMin || x > sig.digitalMax; });
-            return Fail(error, where + SignalName(sig, i) +
+            LONG bad = LONG(*std::find_if(v, v + n, [&](Sample x) { return x < sig.digitalMin || x > sig.digitalMax; }));
+            return Fail(error, Where() + SignalName(sig, i) +
                                    StrFormat(" : l'échantillon %ld sort des limites %ld à %ld", long(bad),
                                              long(sig.digitalMin), long(sig.digitalMax)));
         }
-        if (width == 3) {
-            for (size_t k = 0; k < n; ++k, p += 3) {
-                uint32_t u = static_cast<uint32_t>(v[k]);
-                p[0] = BYTE(u);
-                p[1] = BYTE(u >> 8);
-                p[2] = BYTE(u >> 16);
-            }
-        } else {
-            for (size_t k = 0; k < n; ++k, p += 2) {
-                uint32_t u = static_cast<uint32_t>(v[k]);
-                p[0] = BYTE(u);
-                p[1] = BYTE(u >> 8);
-            }
+    }
+    if (SampleBytes(m_format) == 3) {
+        for (size_t k = 0; k < n; ++k, p += 3) {
+            uint32_t u = static_cast<uint32_t>(LONG(v[k]));
+            p[0] = BYTE(u);
+            p[1] = BYTE(u >> 8);
+            p[2] = BYTE(u >> 16);
+        }
+    } else if (sizeof(Sample) == 2 && std::endian::native == std::endian::little) {
+        std::memcpy(p, v, n * 2);  // already the file's little-endian 16 bits
+        p += n * 2;
+    } else {
+        for (size_t k = 0; k < n; ++k, p += 2) {
+            uint32_t u = static_cast<uint32_t>(LONG(v[k]));
+            p[0] = BYTE(u);
+            p[1] = BYTE(u >> 8);
         }
     }
+    return true;
+}
+
+bool EdfWriter::WriteRecord(double start, const std::vector<std::vector<LONG>>& samples,
+                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+    bool follows = false;
+    if (!BeginRecord(start, samples.size(), annotations, follows, error)) return false;
+    BYTE* p = m_block.data() + m_recordAt;
+    for (size_t i = 0; i < m_signals.size(); ++i)
+        if (!PackSignal(i, samples[i].data(), samples[i].size(), p, error)) return false;
+    return FinishRecord(start, follows, annotations, p, error);
+}
+
+bool EdfWriter::WriteRecord(double start, const short* const* samples, size_t signalCount,
+                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+    bool follows = false;
+    if (!BeginRecord(start, signalCount, annotations, follows, error)) return false;
+    BYTE* p = m_block.data() + m_recordAt;
+    for (size_t i = 0; i < m_signals.size(); ++i)
+        if (!PackSignal(i, samples[i], size_t(m_signals[i].samplesPerRecord), p, error)) return false;
+    return FinishRecord(start, follows, annotations, p, error);
+}
+
+bool EdfWriter::FinishRecord(double start, bool follows, const std::vector<EdfAnnotation>& annotations, BYTE* p,
+                             std::string& error) {
     if (IsPlus(m_format)) {
+        const int width = SampleBytes(m_format);
         std::string tals = BuildTimeKeepingTal(start + m_offset);
         for (const EdfAnnotation& a : annotations) {
             if (!std::isfinite(a.onset) || (a.duration && !(*a.duration >= 0 && std::isfinite(*a.duration))))
-                return Fail(error, where + "l'annotation « " + a.text + " » a un instant ou une durée invalide");
+                return Fail(error, Where() + "l'annotation « " + a.text + " » a un instant ou une durée invalide");
             tals += BuildTal(a.onset + m_offset, a.duration, &a.text);
         }
         size_t room = size_t(m_annotationSamples) * width;
         if (tals.size() > room)
-            return Fail(error, where + StrFormat("les annotations prennent %zu octets, le signal d'annotations en a %zu",
-                                                 tals.size(), room));
+            return Fail(error, Where() + StrFormat("les annotations prennent %zu octets, le signal d'annotations en a %zu",
+                                                   tals.size(), room));
         std::copy(tals.begin(), tals.end(), p);
         std::fill(p + tals.size(), p + room, BYTE(0));
     }
-    try {
-        m_file->Write(m_record.data(), UINT(m_record.size()));
-    } catch (const CException& e) {
-        return Fail(error, e.GetMessageText());
-    }
+    if (m_blockUsed >= kBlockBytes && !WriteBlock(error)) return false;
     if (!follows) m_discontinuous = true;
     m_lastStart = start;
     ++m_records;
+    return true;
+}
+
+bool EdfWriter::WriteBlock(std::string& error) {
+    if (m_blockUsed == 0) return true;
+    try {
+        m_file->Write(m_block.data(), UINT(m_blockUsed));
+    } catch (const CException& e) {
+        return Fail(error, e.GetMessageText());
+    }
+    // Let the disk take the block while the next ones are prepared, so that
+    // the flush on Close finds little left to write.
+    m_file->StartWriteBack(m_written, m_blockUsed);
+    m_written += m_blockUsed;
+    m_blockUsed = 0;
     return true;
 }
 
@@ -345,6 +396,7 @@ bool EdfWriter::Close(std::string& error) {
         return false;
     }
     if (m_records > 99999999) return Fail(error, "number of data records : plus de 99999999 enregistrements");
+    if (!WriteBlock(error)) return false;
     try {
         std::string count = Pad(std::to_string(m_records), 8);
         m_file->Seek(236, CFile::begin);

@@ -47,6 +47,13 @@ public:
     bool WriteRecord(double start, const std::vector<std::vector<LONG>>& samples,
                      const std::vector<EdfAnnotation>& annotations, std::string& error);
 
+    // The same for 16-bit samples: samples[i] points at the
+    // samplesPerRecord values of signal i, signalCount being the number of
+    // signals.  A record of a native recording goes through without a copy
+    // into wider integers.
+    bool WriteRecord(double start, const short* const* samples, size_t signalCount,
+                     const std::vector<EdfAnnotation>& annotations, std::string& error);
+
     // Writes the record count and, when some record did not follow the
     // previous one, the "+D" mark, then replaces the target with the file.
     bool Close(std::string& error);
@@ -62,6 +69,17 @@ public:
 
 private:
     bool Fail(std::string& error, const std::string& message);
+    std::string Where() const;
+    bool BeginRecord(double start, size_t signalCount, const std::vector<EdfAnnotation>& annotations, bool& follows,
+                     std::string& error);
+    template <typename Sample>
+    bool PackSignal(size_t signal, const Sample* values, size_t count, BYTE*& out, std::string& error);
+    bool FinishRecord(double start, bool follows, const std::vector<EdfAnnotation>& annotations, BYTE* out,
+                      std::string& error);
+    bool WriteBlock(std::string& error);
+
+    // Records are gathered into blocks of about this size before writing.
+    static constexpr size_t kBlockBytes = size_t(1) << 20;
 
     std::unique_ptr<CFile> m_file;
     std::string m_path, m_tempPath;
@@ -71,7 +89,10 @@ private:
     double m_offset = 0;  // fraction of a second of the start
     int m_annotationSamples = 0;
     size_t m_recordBytes = 0;
-    std::vector<BYTE> m_record;
+    std::vector<BYTE> m_block;  // records not written yet: the first m_blockUsed bytes
+    size_t m_blockUsed = 0;
+    size_t m_recordAt = 0;      // where the record being built starts in m_block
+    ULONGLONG m_written = 0;    // bytes of the file written so far
     LONGLONG m_records = 0;
     double m_lastStart = 0;
     bool m_discontinuous = false;

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "sigfile/edf/EdfReader.h"
 #include "sigfile/edf/EdfTestFiles.h"
 #include "support/TestSupport.h"
 
@@ -128,6 +129,71 @@ TEST(EdfWriter, GapsMarkTheFileDiscontinuousAndFractionsGoToTheTals) {
     ASSERT_EQ(file.size(), 1024 + 3 * record);
     EXPECT_EQ(file.substr(1024 + 15, 9), std::string("+0.25\x14\x14\0\0", 9));
     EXPECT_EQ(file.substr(1024 + 2 * record + 15, 9), std::string("+10.25\x14\x14\0", 9));
+}
+
+// 16-bit samples go straight into the record; the file must be the one the
+// 32-bit entry writes, in both widths, over enough records to fill several
+// output blocks, and a sample outside a narrow digital range is still refused.
+TEST(EdfWriter, SixteenBitRecordsWriteTheSameFileAsWideOnes) {
+    testsupport::TempDir dir;
+    std::vector<EdfSignal> signals = {edftest::Signal("EEG C3", 3000, -32768, 32767, -3276.8, 3276.7),
+                                      edftest::Signal("Resp", 7, -2048, 2047, -1, 1, "mV")};
+    constexpr int kRecords = 400;  // 2.4 MB in EDF, 3.6 MB in BDF
+    std::vector<double> starts;
+    std::vector<EdfAnnotation> annotations;
+    for (int r = 0; r < kRecords; ++r) {
+        starts.push_back(r < 200 ? r : r + 3.0);  // one gap
+        if (r % 50 == 7) annotations.push_back({r + 0.25, 1.0, "Arousal"});
+    }
+    for (EdfFormat format : {EdfFormat::EdfPlus, EdfFormat::BdfPlus}) {
+        const EdfHeader header = SampleHeader(format);
+        const std::string wide = dir / "wide.edf", narrow = dir / "narrow.edf";
+        std::string error;
+        ASSERT_TRUE(edftest::WriteFile(wide, header, signals, starts, annotations, error)) << error;
+        EdfAnnotationPlan plan = PlanAnnotations(starts, annotations, EdfStartFraction(header.start));
+        EdfWriter writer;
+        ASSERT_TRUE(writer.Open(narrow, header, signals, plan.bytesPerRecord, error)) << error;
+        for (int r = 0; r < kRecords; ++r) {
+            auto samples = edftest::Samples(signals, r);
+            std::vector<std::vector<short>> values(samples.size());
+            std::vector<const short*> channels;
+            for (size_t i = 0; i < samples.size(); ++i) {
+                for (LONG v : samples[i]) values[i].push_back(short(v));
+                channels.push_back(values[i].data());
+            }
+            ASSERT_TRUE(writer.WriteRecord(starts[size_t(r)], channels.data(), channels.size(),
+                                           plan.perRecord[size_t(r)], error))
+                << error;
+        }
+        ASSERT_TRUE(writer.Close(error)) << error;
+        EXPECT_EQ(edftest::ReadAll(narrow), edftest::ReadAll(wide)) << int(format);
+
+        // Read back backwards and forwards: the reader's read-ahead spans
+        // many records and must hand out the right one either way.
+        EdfReader reader;
+        ASSERT_TRUE(reader.Open(wide, error)) << error;
+        ASSERT_EQ(reader.RecordCount(), kRecords);
+        EXPECT_DOUBLE_EQ(reader.RecordStart(kRecords - 1), kRecords + 2.0);
+        std::vector<std::vector<LONG>> got;
+        for (int r : {kRecords - 1, 0, 150, 149, 151, 399, 398}) {
+            ASSERT_TRUE(reader.ReadRecord(r, got, error)) << error;
+            EXPECT_EQ(got, edftest::Samples(signals, r)) << r;
+        }
+        for (int r = kRecords - 1; r >= 0; r -= 3) {
+            ASSERT_TRUE(reader.ReadRecord(r, got, error)) << error;
+            ASSERT_EQ(got, edftest::Samples(signals, r)) << r;
+        }
+    }
+
+    EdfWriter writer;
+    std::string error;
+    ASSERT_TRUE(writer.Open(dir / "bad.edf", SampleHeader(EdfFormat::EdfPlus), signals, 0, error)) << error;
+    std::vector<short> eeg(3000, 0), resp(7, 0);
+    resp[5] = 2048;
+    const short* channels[] = {eeg.data(), resp.data()};
+    EXPECT_FALSE(writer.WriteRecord(0, channels, 2, {}, error));
+    EXPECT_NE(error.find("2048 sort des limites -2048 à 2047"), std::string::npos) << error;
+    EXPECT_FALSE(writer.WriteRecord(0, channels, 1, {}, error));  // the writer is closed after a failure
 }
 
 TEST(EdfWriter, NothingReachesTheTargetUntilClose) {
