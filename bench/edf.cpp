@@ -49,15 +49,7 @@ double Seconds(std::chrono::steady_clock::time_point from) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - from).count();
 }
 
-struct Closer {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
-using FilePtr = std::unique_ptr<CSigFile, Closer>;
+using FilePtr = CSigFilePtr;
 
 constexpr unsigned kNativeChannels = 64;
 constexpr long kNativeRecords = 3600 * 4;  // 64 samples at 256 Hz each

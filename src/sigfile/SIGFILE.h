@@ -10,6 +10,7 @@
 // -1 means "already reported" and is never shown.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "platform/Collections.h"
@@ -195,3 +196,14 @@ int IsOsgFileFormat(const char* name);
 [[noreturn]] void SetErrorCondition(const char* sourceFile, int line, const char* message = nullptr);
 // Consistency of the status items of an open file.
 int ValidateStatusItems(CSigFile* file);
+
+// Owner of an open signal file for C++ callers: closes and deletes it.
+struct CSigFileCloser {
+    void operator()(CSigFile* file) const {
+        if (file) {
+            file->Close();
+            delete file;
+        }
+    }
+};
+using CSigFilePtr = std::unique_ptr<CSigFile, CSigFileCloser>;

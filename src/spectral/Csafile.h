@@ -219,3 +219,12 @@ private:
     std::vector<BYTE> m_recordBytes;   // one record's image during Load and Save
     ULONGLONG m_dataPos = ~0ull;       // position of the data file, when known
 };
+
+// Owner of an open spectral file for C++ callers: Close deletes the object;
+// when Close fails the file is deleted without its last writes.
+struct CCsaFileCloser {
+    void operator()(CCsaFile* file) const {
+        if (file && !file->Close()) delete file;
+    }
+};
+using CCsaFilePtr = std::unique_ptr<CCsaFile, CCsaFileCloser>;

@@ -23,15 +23,7 @@
 using namespace testsupport;
 
 namespace {
-struct Closer {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
-using FilePtr = std::unique_ptr<CSigFile, Closer>;
+using FilePtr = CSigFilePtr;
 
 std::vector<BYTE> ReadBytes(const std::string& name) {
     std::ifstream in(name, std::ios::binary);

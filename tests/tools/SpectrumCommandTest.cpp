@@ -26,20 +26,7 @@ namespace {
 const CSDateTime kStart(2026, 1, 31, 22, 5, 0);
 constexpr double kPi = 3.14159265358979323846;
 
-struct SigCloser {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
-struct CsaCloser {
-    void operator()(CCsaFile* f) const {
-        if (f && !f->Close()) delete f;
-    }
-};
-using CsaPtr = std::unique_ptr<CCsaFile, CsaCloser>;
+using CsaPtr = CCsaFilePtr;
 
 // Sum of sines (frequency in Hz, amplitude in AD units) of one channel.
 using Sines = std::vector<std::pair<double, double>>;
@@ -55,7 +42,7 @@ void MakeRecording(const std::string& name, const std::vector<unsigned>& frequen
     ASSERT_TRUE(ref->SetMontageName("bipolar"));
     ASSERT_TRUE(ref->AddChannel("Fp1-Fp2", "FP1-FP2", 0));
     long error = 0;
-    std::unique_ptr<CSigFile, SigCloser> f(testsupport::CreateRecording(name, d, &error));
+    CSigFilePtr f(testsupport::CreateRecording(name, d, &error));
     ASSERT_TRUE(f) << error;
     std::unique_ptr<CRawSigRec> rec(f->CreateCompatibleRawSigRec());
     for (long r = 0; r < records; ++r) {

@@ -39,12 +39,7 @@ double Decimal(float value) {
     return std::strtod(text, nullptr);
 }
 
-struct CsaFileCloser {
-    void operator()(CCsaFile* file) const {
-        if (file && !file->Close()) delete file;
-    }
-};
-using CsaFilePtr = std::unique_ptr<CCsaFile, CsaFileCloser>;
+using CsaFilePtr = CCsaFilePtr;
 
 // The data file's name for a name of either file of the pair: ".SPH" becomes
 // ".SPC" in the same case.

@@ -53,15 +53,6 @@ constexpr unsigned kMaxFftPoints = 32768;
 // A spectral record holds at most this many values.
 constexpr unsigned long kMaxRecordValues = 65535;
 
-struct SigFileCloser {
-    void operator()(CSigFile* file) const {
-        if (!file) return;
-        file->Close();
-        delete file;
-    }
-};
-using SigFilePtr = std::unique_ptr<CSigFile, SigFileCloser>;
-
 int Failure(const std::string& text) {
     AfxMessageBox(text);
     return 1;
@@ -198,7 +189,7 @@ private:
 
 int RunSpectrum(const SpectrumOptions& opt) {
     long error = 0;
-    SigFilePtr file(CSigFile::Open(opt.file.c_str(), 1, &error));
+    CSigFilePtr file(CSigFile::Open(opt.file.c_str(), 1, &error));
     if (!file) {
         // -1: the failure was reported already.
         if (error != 0 && error != -1) CSigFile::ErrorMessageBox(opt.file.c_str(), error);

@@ -15,12 +15,6 @@
 
 namespace sigfile_tool {
 
-void SigFileCloser::operator()(CSigFile* file) const {
-    if (!file) return;
-    file->Close();
-    delete file;
-}
-
 SigFilePtr OpenForReading(const std::string& name, int check24Hours) {
     long error = 0;
     CSigFile* file = CSigFile::Open(name.c_str(), 1, &error, 0, check24Hours);

@@ -12,10 +12,7 @@
 namespace sigfile_tool {
 
 // A signal file closed and deleted when the holder dies.
-struct SigFileCloser {
-    void operator()(CSigFile* file) const;
-};
-using SigFilePtr = std::unique_ptr<CSigFile, SigFileCloser>;
+using SigFilePtr = CSigFilePtr;
 
 // Opens a recording read-only; on failure the library's French error box is
 // shown (one line on standard error) and null is returned.

@@ -56,14 +56,6 @@ bool ParseRecordRange(const std::string& text, long& first, long& end) {
 
 namespace {
 
-struct Closer {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
 
 EdfHeader BuildHeader(const CSigFile& file, EdfFormat format) {
     EdfHeader h;
@@ -157,7 +149,7 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
     const EdfFormat format = EqualsNoCase(ExtractExt(out), ".bdf") ? EdfFormat::BdfPlus : EdfFormat::EdfPlus;
 
     long code = 0;
-    std::unique_ptr<CSigFile, Closer> file(CSigFile::Open(sigName, 1, &code));
+    CSigFilePtr file(CSigFile::Open(sigName, 1, &code));
     if (!file) {
         error = NativeErrorText(sigName, code);
         return 0;

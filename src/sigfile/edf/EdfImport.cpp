@@ -31,14 +31,6 @@ namespace {
 constexpr int kAdMin = -32768, kAdMax = 32767;
 constexpr float kVoltMin = -0.0032768f, kVoltMax = 0.0032767f;
 
-struct Closer {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
 
 // Electrodes and type of one signal label.
 struct LabelParts {
@@ -387,7 +379,7 @@ bool Importer::Run(std::string& error) {
         if (!VhlCheckFileExist(candidate) && !VhlCheckFileExist(ExtractBase(candidate) + ".STS")) temp = candidate;
     }
     long code = 0;
-    std::unique_ptr<CSigFile, Closer> file(CSigFile::Create(temp.c_str(), m_header.get(), m_patient.get(),
+    CSigFilePtr file(CSigFile::Create(temp.c_str(), m_header.get(), m_patient.get(),
                                                             m_montage.get(), m_calibration.get(),
                                                             SIGFILE_FORMAT_NATIVE, &code, 1));
     if (!file) {

@@ -27,15 +27,7 @@ using namespace edf;
 
 namespace {
 
-struct Closer {
-    void operator()(CSigFile* f) const {
-        if (f) {
-            f->Close();
-            delete f;
-        }
-    }
-};
-using FilePtr = std::unique_ptr<CSigFile, Closer>;
+using FilePtr = CSigFilePtr;
 
 const CSDateTime kStart(2026, 1, 31, 22, 5, 0.5);
 
