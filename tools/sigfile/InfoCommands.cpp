@@ -11,6 +11,7 @@
 #include "Commands.h"
 #include "platform/Paths.h"
 #include "platform/Strings.h"
+#include "JsonSupport.h"
 #include "ToolSupport.h"
 #include "montage/mtgs.h"
 #include "recording/FileHeader.h"
@@ -22,7 +23,6 @@
 namespace sigfile_tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 
 struct FileOptions {
     std::string file;
@@ -50,31 +50,6 @@ Json HeaderJson(const CFileHeader* h) {
     j["created"] = h ? h->GetCreationDateTime().ToIso() : CSDateTime().ToIso();
     j["created_by"] = h ? h->GetCreatedBy() : "";
     j["last_modified_by"] = h ? h->GetLastModifiedBy() : "";
-    return j;
-}
-
-Json PatientJson(const CPatientInfo* p) {
-    CPatientInfo empty;
-    if (!p) p = &empty;
-    Json j = Json::object();
-    j["id1"] = p->GetPatientId1();
-    j["id2"] = p->GetPatientId2();
-    j["last_name"] = p->GetLastName();
-    j["first_name"] = p->GetFirstName();
-    j["birth_date"] = p->GetBirthDate().ToIso();
-    j["sex"] = p->GetSex();
-    j["address"] = p->GetAddress();
-    j["city"] = p->GetCity();
-    j["state"] = p->GetState();
-    j["country"] = p->GetCountry();
-    j["zip"] = p->GetZip();
-    j["phone_home"] = p->GetPhoneHome();
-    j["phone_work"] = p->GetPhoneWork();
-    j["comment"] = p->GetComment();
-    j["height"] = p->GetHeightText();
-    j["weight"] = p->GetWeightText();
-    j["user_fields"] = Json::array({p->GetUserFieldP1(), p->GetUserFieldP2(), p->GetUserFieldP3(),
-                                    p->GetUserFieldP4(), p->GetUserFieldP5()});
     return j;
 }
 

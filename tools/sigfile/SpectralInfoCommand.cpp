@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "JsonSupport.h"
 #include "montage/mtgs.h"
 #include "platform/Exceptions.h"
 #include "platform/Messages.h"
@@ -22,7 +23,6 @@
 namespace sigfile_tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 
 const char* const kTaperNames[] = {"rect", "cosine", "hanning", "hamming", "blackman"};
 const char* const kDetrendNames[] = {"none", "mean", "linear"};
@@ -68,19 +68,6 @@ RecordSpan ReadSpan(CCsaFile& file) {
     span.last = rec->GetTime();
     span.known = true;
     return span;
-}
-
-Json PatientJson(const CPatientInfo* p) {
-    CPatientInfo empty;
-    if (!p) p = &empty;
-    Json j = Json::object();
-    j["id1"] = p->GetPatientId1();
-    j["id2"] = p->GetPatientId2();
-    j["last_name"] = p->GetLastName();
-    j["first_name"] = p->GetFirstName();
-    j["birth_date"] = p->GetBirthDate().ToIso();
-    j["sex"] = p->GetSex();
-    return j;
 }
 
 Json InfoJson(const std::string& name, CCsaFile& file) {
