@@ -21,6 +21,7 @@
 #include "recording/ptntinfo.h"
 #include "sigfile/SIGFILE.h"
 #include "sigfile/SigRec.h"
+#include "sigfile/edf/EdfImport.h"
 #include "sigfile/edf/EdfReader.h"
 #include "spectral/Csafile.h"
 #include "spectral/Specrec.h"
@@ -359,6 +360,15 @@ int Edf(const uint8_t* data, size_t size) {
         sink = sink + reader.RecordStart(r);
         if (!reader.ReadRecord(r, samples, error)) return 0;
     }
+    // Then the whole import into a native recording: rates, labels,
+    // calibration, annotations, and the record copy or re-cutting, with
+    // resampling allowed for every other input.
+    if (reader.RecordCount() > kMaxRecords) return 1;
+    reader.Close();
+    const std::string out = WorkDir() + "/imported.SIG";
+    edf::EdfImportOptions options;
+    options.resample = (size & 1) != 0;
+    if (edf::ImportEdf(name.c_str(), out.c_str(), options, &error)) CSigFile::Delete(out.c_str());
     return 1;
 }
 

@@ -61,7 +61,8 @@ int SpectralHeader(const uint8_t* data, size_t size);
 // Formula lines compiled by CCReformater over three inputs A, B (4 samples
 // per record, 256 Hz) and C (2 samples, 128 Hz); see FuzzEntries.cpp.
 int Formula(const uint8_t* data, size_t size);
-// An EDF/BDF file opened by the EDF reader; every record is read.
+// An EDF/BDF file opened by the EDF reader, every record read, then
+// imported into a native recording (resampling allowed for odd sizes).
 int Edf(const uint8_t* data, size_t size);
 
 }  // namespace fuzzentry
