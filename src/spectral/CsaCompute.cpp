@@ -1,6 +1,9 @@
 #include "spectral/CsaCompute.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <deque>
 #include <memory>
@@ -118,9 +121,15 @@ int ComputeSpectralFile(const char* outName, const CLogicalMontage* montage, uns
         minFreq = std::min(minFreq, freq);
     }
 
-    // Built under a temporary name, renamed over the target when complete.
+    // Built under a temporary name of its own (process and call), renamed
+    // over the target when complete: two computations of the same target
+    // never write into each other's pair.
+    static std::atomic<unsigned> calls{0};
     const std::string base = out.substr(0, out.size() - ExtractExt(out).size());
-    const std::string tmpName = base + ".~tmp" + ExtractExt(out);
+    std::string tmpName;
+    do {
+        tmpName = base + StrFormat(".~%ld-%u", long(::getpid()), calls++) + ExtractExt(out);
+    } while (VhlCheckFileExist(tmpName) || VhlCheckFileExist(CCsaFile::HeaderName(tmpName)));
     long code = 0;
     CCsaFile* file = CCsaFile::Create(tmpName.c_str(), sigFileName, sigFileId, patient, settings.fftEpochLen,
                                       settings.preProcessing, settings.tapering, settings.pcOverlap,

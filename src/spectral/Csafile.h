@@ -95,6 +95,8 @@ public:
     static int Copy(const char* from, const char* to, CProgressInfo* progress = nullptr);
     static int Rename(const char* from, const char* to);
     static int Delete(const char* name);
+    // The header file beside a data file: its name with the ".SPH" extension.
+    static std::string HeaderName(const std::string& dataName);
     // Splits a name into base (folder included) and extension (with its dot).
     static void GetFileNameExtension(const char* name, CString& base, CString& extension);
 
@@ -191,7 +193,6 @@ private:
     bool ComputeLayout();
     bool IsSameShape(const CSpecRec& rec) const;
 
-    static std::string HeaderName(const std::string& dataName);
     static bool PairNames(const char* name, std::string& data, std::string& header);
 
     CFile m_fileHeader;

@@ -1,9 +1,15 @@
 // A whole spectral file computed from the records of a recording.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "montage/mtgs.h"
@@ -82,7 +88,11 @@ TEST(ComputeSpectralFile, AveragesOverlappingEpochsIntoOneRecordPerAnalysisEpoch
                                   nullptr, nullptr, &error),
               1)
         << error;
-    EXPECT_FALSE(VhlCheckFileExist(dir / "night.~tmp.SPC"));
+    // Nothing but the pair is left in the folder.
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path)) names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"night.SPC", "night.SPH"}));
 
     CCsaFile* file = CCsaFile::Open(out.c_str(), 1);
     ASSERT_NE(file, nullptr);
@@ -105,6 +115,50 @@ TEST(ComputeSpectralFile, AveragesOverlappingEpochsIntoOneRecordPerAnalysisEpoch
         }
     }
     file->Close();
+}
+
+// Two computations of the same target at once, both halfway through when
+// either goes on: each builds its own temporary pair, both succeed, and the
+// target is one whole pair.
+TEST(ComputeSpectralFile, TwoComputationsOfOneTargetDoNotMeet) {
+    testsupport::TempDir dir;
+    Recording recording;
+    CSpectralSettings settings;
+    settings.fftEpochLen = 1.0f;
+    settings.csaEpochLen = 2.0f;
+    settings.restartInterval = 2.0f;
+    const WORD channels[1] = {0};
+    const std::string out = dir / "same.SPC";
+    std::mutex mutex;
+    std::condition_variable arrived;
+    int halfway = 0;
+    auto reader = [&](LONG r, CFmtSigRec& rec) {
+        if (r == 10) {
+            std::unique_lock<std::mutex> lock(mutex);
+            ++halfway;
+            arrived.notify_all();
+            arrived.wait_for(lock, std::chrono::seconds(5), [&] { return halfway >= 2; });
+        }
+        return recording.Read(r, rec);
+    };
+    long errors[2] = {-1, -1};
+    int results[2] = {0, 0};
+    std::vector<std::thread> runs;
+    for (int i = 0; i < 2; ++i)
+        runs.emplace_back([&, i] {
+            results[i] = ComputeSpectralFile(out.c_str(), recording.rec, 1, channels, settings, 20, reader, "", "",
+                                             nullptr, nullptr, &errors[i]);
+        });
+    for (auto& t : runs) t.join();
+    EXPECT_EQ(halfway, 2);
+    EXPECT_EQ(results[0], 1) << errors[0];
+    EXPECT_EQ(results[1], 1) << errors[1];
+    CCsaFile* file = CCsaFile::Open(out.c_str(), 1);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->GetNumRecords(), 10u);
+    file->Close();
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path), std::filesystem::directory_iterator()),
+              2);
 }
 
 TEST(ComputeSpectralFile, FailuresLeaveAnExistingPairAsItWas) {
@@ -144,7 +198,11 @@ TEST(ComputeSpectralFile, FailuresLeaveAnExistingPairAsItWas) {
 
     const std::vector<char> oldData = {'o', 'l', 'd', ' ', 'd', 'a', 't', 'a'};
     EXPECT_EQ(ReadAll(out), oldData);
-    EXPECT_FALSE(VhlCheckFileExist(dir / "night.~tmp.SPC"));
+    // Nothing but the pair is left in the folder.
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path)) names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"night.SPC", "night.SPH"}));
     EXPECT_FALSE(VhlCheckFileExist(dir / "night.~tmp.SPH"));
 
     // Cancelled through the progress object.
