@@ -261,7 +261,7 @@ bool Importer::Put(CSigFile& file, CRawSigRec& rec, long r, double start, std::s
     rec.SetTime(m_start + CSTimeSpan(start));
     file.MoveTo(r);
     if (!file.Write(&rec)) {
-        error = NativeErrorText(file.GetFileName(), file.GetIOError());
+        error = NativeErrorText(m_out.c_str(), file.GetIOError());
         return false;
     }
     return true;
@@ -366,10 +366,7 @@ bool Importer::Run(std::string& error) {
         error = m_out + " : un enregistrement natif porte l'extension .SIG";
         return false;
     }
-    if (!m_reader.Open(m_in, error)) {
-        error = m_in + " : " + error;
-        return false;
-    }
+    if (!m_reader.Open(m_in, error)) return false;  // the reader's messages name the file
     if (!Rates(error) || !Describe(error)) return false;
 
     // A temporary recording beside the target, renamed at the end.
@@ -383,14 +380,14 @@ bool Importer::Run(std::string& error) {
                                                             m_montage.get(), m_calibration.get(),
                                                             SIGFILE_FORMAT_NATIVE, &code, 1));
     if (!file) {
-        error = NativeErrorText(temp.c_str(), code);
+        error = NativeErrorText(m_out.c_str(), code);
         return false;
     }
     bool ok = Records(*file, error);
     if (ok) {
         Annotations(*file);
         ok = file->Flush() != 0;
-        if (!ok) error = NativeErrorText(temp.c_str(), file->GetIOError());
+        if (!ok) error = NativeErrorText(m_out.c_str(), file->GetIOError());
     }
     file.reset();
     if (ok && VhlCheckFileExist(m_out) && !CSigFile::Delete(m_out.c_str())) {
