@@ -94,6 +94,12 @@ bool MoveFileReplace(const std::string& from, const std::string& to) {
     return true;
 }
 
+bool IsSameFile(const std::string& a, const std::string& b) {
+    struct stat sa {}, sb {};
+    if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
 bool DeleteFileName(const std::string& name) {
     if (::unlink(name.c_str()) != 0) return Fail(errno);
     return true;

@@ -20,3 +20,6 @@ bool MoveFileReplace(const std::string& from, const std::string& to);
 void FlushFolder(const std::string& folder);
 // Deletes a file; false with the last error set on failure.
 bool DeleteFileName(const std::string& name);
+// Whether two names reach one existing file (same device and inode), whatever
+// the spelling, links or folder shortcuts.  False when either is missing.
+bool IsSameFile(const std::string& a, const std::string& b);

@@ -202,6 +202,18 @@ void CSigFile::GetStsExtensions(const char* name, CStringArray* extensions) {
     }
 }
 
+bool IsFileOfRecording(const std::string& sigName, const std::string& name) {
+    const std::string base = ExtractBase(sigName);
+    if (IsSameFile(sigName, name)) return true;
+    for (const char* ext : {".STS", ".ST$", ".$T$"})
+        if (IsSameFile(base + ext, name)) return true;
+    CStringArray extensions;
+    CSigFile::GetStsExtensions(sigName.c_str(), &extensions);
+    for (const std::string& ext : extensions)
+        if (IsSameFile(base + ext, name)) return true;
+    return false;
+}
+
 int CSigFile::CopyStsFile(const char* from, const char* to, CProgressInfo* progress) {
     if (!from || !to) return 0;
     std::string fromBase = ExtractBase(from), toBase = ExtractBase(to);

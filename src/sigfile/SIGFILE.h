@@ -196,6 +196,11 @@ int IsOsgFileFormat(const char* name);
 [[noreturn]] void SetErrorCondition(const char* sourceFile, int line, const char* message = nullptr);
 // Consistency of the status items of an open file.
 int ValidateStatusItems(CSigFile* file);
+// Whether `name` is one of the files of the recording `sigName`: its data
+// file, its status file, the writer's working and transfer copies, or a
+// companion (".000" to ".999").  An export or import must never write over
+// one of them.
+bool IsFileOfRecording(const std::string& sigName, const std::string& name);
 
 // Owner of an open signal file for C++ callers: closes and deletes it.
 struct CSigFileCloser {

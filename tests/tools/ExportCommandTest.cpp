@@ -143,6 +143,25 @@ TEST(ExportCommandTest, AnExistingOutputIsUntouchedWhenExportFails) {
     EXPECT_EQ(tooltest::Lines(tooltest::ReadText(out)).size(), 65u);
 }
 
+TEST(ExportCommandTest, TheRecordingsOwnFilesAreNeverTheOutput) {
+    testsupport::TempDir dir;
+    const std::string sig = dir / "copy.SIG";
+    ASSERT_EQ(RunTool("copy " + DemoFile() + " " + sig).status, 0);
+    const std::string data = tooltest::ReadText(sig), status = tooltest::ReadText(dir / "copy.STS");
+    for (const std::string& out : {sig, dir / "copy.STS", dir / "copy.STS.csv"}) {
+        auto r = RunTool("export " + sig + " " + out + " --channel Chin --records 0:1");
+        if (out.ends_with(".csv")) {  // an ordinary name beside the recording is fine
+            EXPECT_EQ(r.status, 0) << r.out;
+            continue;
+        }
+        EXPECT_EQ(r.status, 1) << out << "\n" << r.out;
+        EXPECT_NE(r.out.find("ne peut l'écraser"), std::string::npos) << r.out;
+    }
+    EXPECT_EQ(RunTool("export " + sig + " " + sig + " --records 0:1").status, 1);  // EDF-bound path too
+    EXPECT_EQ(tooltest::ReadText(sig), data);
+    EXPECT_EQ(tooltest::ReadText(dir / "copy.STS"), status);
+}
+
 TEST(ExportCommandTest, BadUsageExitsWithTwo) {
     const std::string src = DemoFile();
     EXPECT_EQ(RunTool("export").status, 2);

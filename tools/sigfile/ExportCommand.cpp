@@ -291,6 +291,10 @@ void RegisterExportCommand(CLI::App& app) {
             return;
         }
         g_exitStatus = 1;
+        if (IsFileOfRecording(opt->file, opt->out)) {
+            Fail(opt->out + " est un fichier de l'enregistrement " + opt->file + " : l'exportation ne peut l'écraser");
+            return;
+        }
         SigFilePtr file = OpenForReading(opt->file);
         if (!file) return;
         const CPhysicalMontage* physical = file->GetPhysicalMontage();

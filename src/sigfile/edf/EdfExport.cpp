@@ -147,6 +147,10 @@ int ExportEdf(const char* sigName, const char* out, const EdfExportOptions& opti
         return 0;
     }
     const EdfFormat format = EqualsNoCase(ExtractExt(out), ".bdf") ? EdfFormat::BdfPlus : EdfFormat::EdfPlus;
+    if (IsFileOfRecording(sigName, out)) {
+        error = std::string(out) + " est un fichier de l'enregistrement " + sigName + " : l'exportation ne peut l'écraser";
+        return 0;
+    }
 
     long code = 0;
     CSigFilePtr file(CSigFile::Open(sigName, 1, &code));

@@ -366,6 +366,10 @@ bool Importer::Run(std::string& error) {
         error = m_out + " : un enregistrement natif porte l'extension .SIG";
         return false;
     }
+    if (IsFileOfRecording(m_out, m_in)) {
+        error = m_in + " est un fichier de l'enregistrement " + m_out + " : l'importation ne peut l'écraser";
+        return false;
+    }
     if (!m_reader.Open(m_in, error)) return false;  // the reader's messages name the file
     if (!Rates(error) || !Describe(error)) return false;
 

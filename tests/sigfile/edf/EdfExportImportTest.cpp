@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -419,6 +420,32 @@ TEST(EdfExportImportTest, WholeRecordCopyMatchesTheGeneralPathAcrossGaps) {
     }
     EXPECT_EQ(Items(fast), Items(general));
     EXPECT_EQ(Items(fast).size(), 2u);
+}
+
+// An output that is one of the files being read (whatever its spelling or a
+// link to it) is refused before anything is written.
+TEST(EdfExportImportTest, NeitherDirectionWritesOverTheRecordingItReads) {
+    TempDir dir;
+    const std::string sig = dir / "night.SIG";
+    MakeRecording(sig);
+    WriteBytes(dir / "night.001", {1, 2, 3});  // a companion file
+    std::filesystem::create_symlink(sig, dir / "link.edf");
+    const auto data = ReadBytes(sig), status = ReadBytes(dir / "night.STS");
+    std::string error;
+    for (const std::string& out : {sig, dir / "night.STS", dir.path + "/./night.SIG", dir / "night.001", dir / "link.edf"}) {
+        EXPECT_EQ(ExportEdf(sig.c_str(), out.c_str(), {}, &error), 0) << out;
+        EXPECT_NE(error.find("ne peut l'écraser"), std::string::npos) << error;
+    }
+    EXPECT_EQ(ReadBytes(sig), data);
+    EXPECT_EQ(ReadBytes(dir / "night.STS"), status);
+
+    // An EDF file carrying a recording's name cannot be imported over itself.
+    ASSERT_EQ(ExportEdf(sig.c_str(), (dir / "night.edf").c_str(), {}, &error), 1) << error;
+    const std::string disguised = dir / "other.SIG";
+    WriteBytes(disguised, ReadBytes(dir / "night.edf"));
+    EXPECT_EQ(ImportEdf(disguised.c_str(), disguised.c_str(), {}, &error), 0);
+    EXPECT_NE(error.find("ne peut l'écraser"), std::string::npos) << error;
+    EXPECT_EQ(ReadBytes(disguised), ReadBytes(dir / "night.edf"));
 }
 
 TEST(EdfExportImportTest, MixedRatesNeedConsentAndBadFilesLeaveNothing) {
