@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -62,6 +63,13 @@ private:
 const std::string& WorkDir() {
     static WorkFolder folder;
     return folder.path();
+}
+
+// A property every accepted input must keep; breaking it is a finding.
+void Require(bool holds, const char* what) {
+    if (holds) return;
+    std::fprintf(stderr, "broken property: %s\n", what);
+    std::abort();
 }
 
 void WriteFile(const std::string& name, const uint8_t* data, size_t size) {
@@ -285,9 +293,11 @@ int SpectralHeader(const uint8_t* data, size_t size) {
     if (!file) return 0;
     int whole = 1;
     volatile size_t sink = 0;
+    Require(std::isfinite(file->GetFreqRes()) && file->GetFreqRes() > 0, "the frequency step is a positive number");
     for (unsigned c = 0; c < file->GetNumChannels(); ++c) {
-        sink = sink + file->GetChannelLabel(c).size() + file->GetChannelNumFreq(c);
-        sink = sink + static_cast<size_t>(file->GetChannelMaxFreq(c));
+        const float top = file->GetChannelMaxFreq(c);
+        Require(std::isfinite(top) && top >= 0, "a channel's highest frequency is a number");
+        sink = sink + file->GetChannelLabel(c).size() + file->GetChannelNumFreq(c) + static_cast<size_t>(top);
     }
     for (int i = 0; i < file->GetNumDiscontinuities(); ++i) sink = sink + file->GetDiscontinuityAt(i);
     for (int i = 0; i < file->GetNumPairsAnnotRecIx(); ++i) {

@@ -305,7 +305,10 @@ int CCsaFile::WriteHeader() {
 
 bool CCsaFile::ComputeLayout() {
     m_numFreq.clear();
-    if (!(m_fftEpochLen > 0.0f && std::isfinite(m_fftEpochLen))) return false;
+    // The epoch must be a positive length whose frequency step 1 / epoch is a
+    // number too: a denormal epoch would make every band edge infinite (or
+    // NaN for a channel without bands).
+    if (!(m_fftEpochLen > 0.0f && std::isfinite(m_fftEpochLen) && std::isfinite(1.0f / m_fftEpochLen))) return false;
     const CLogicalMontage* logical = GetLogicalMontage();
     const unsigned channels = logical ? logical->GetNumChannels() : 0;
     if (channels > kMaxMontageChannels) return false;
