@@ -1,9 +1,11 @@
 // Seed inputs of the fuzz targets, made by the library's own writers: every
 // one must be accepted whole by its target.  With SIGFILE_WRITE_FUZZ_SEEDS
 // set to a folder, the seeds are also written there as <target>/<name>
-// (that is how fuzz/corpus/ is made:
+// (that is how the named seeds of fuzz/corpus/ are made:
 //   SIGFILE_WRITE_FUZZ_SEEDS=fuzz/corpus build/default/tests/sigfile_tests
-//       --gtest_filter='FuzzSeedsTest.*').
+//       --gtest_filter='FuzzSeedsTest.*';
+// the files named by a hash beside them are inputs fuzzing found that reach
+// code the seeds do not, kept with libFuzzer's -merge=1).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
