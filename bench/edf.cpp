@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "HourRecording.h"
 #include "montage/mtgs.h"
 #include "platform/File.h"
 #include "recording/FileHeader.h"
@@ -51,44 +52,17 @@ double Seconds(std::chrono::steady_clock::time_point from) {
 
 using FilePtr = CSigFilePtr;
 
-constexpr unsigned kNativeChannels = 64;
-constexpr long kNativeRecords = 3600 * 4;  // 64 samples at 256 Hz each
-
+// The benchmarks' hour recording with an annotation every 30 s.
 bool WriteNative(const std::string& name) {
-    static const char* const kSites[] = {"Fp1", "Fp2", "F3", "F4", "C3", "C4", "P3", "P4", "O1", "O2", "F7", "F8",
-                                         "T3",  "T4",  "T5", "T6", "Fz", "Cz", "Pz"};
-    CFileHeader header("bench", "lab", 0, CSDateTime(2026, 1, 31, 22, 0, 0));
-    CPatientInfo patient;
-    CPhysicalMontage montage("phys", 0);
-    montage.AddElectrode("REF", CPolar3D());
-    CRecordingMontage* rec = montage.CreateRecordingMontage();
-    rec->SetBaseFrequency(256);
-    for (unsigned c = 0; c < kNativeChannels; ++c) {
-        std::string e = std::string(kSites[c % 19]) + (c < 19 ? "" : std::to_string(c / 19));
-        montage.AddElectrode(e.c_str(), CPolar3D());
-        rec->AddChannel(e.c_str(), "REF", 1, 1, 256, 0, 0, "");
-    }
-    CCalibration calibration(kNativeChannels, -32768, -0.0032768f, 32767, 0.0032767f, 256.0);
-    for (unsigned c = 0; c < kNativeChannels; ++c) calibration.SetCalibFromGain(c, 1.0f, 0.0f, 1);
-    long error = 0;
-    FilePtr f(CSigFile::Create(name.c_str(), &header, &patient, &montage, &calibration, SIGFILE_FORMAT_NATIVE,
-                               &error, 1));
-    if (!f) return false;
-    std::unique_ptr<CRawSigRec> raw(f->CreateCompatibleRawSigRec());
-    for (long r = 0; r < kNativeRecords; ++r) {
-        for (unsigned c = 0; c < kNativeChannels; ++c)
-            for (unsigned k = 0; k < 64; ++k) raw->SetAt(c, k, short((r * 7919 + c * 131 + k * 17) % 65536 - 32768));
-        raw->SetTime(CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(r * 0.25));
-        f->MoveTo(r);
-        if (!f->Write(raw.get())) return false;
-    }
-    auto* group = new CStatusGroup(groupid::kAnnotation, "Annotation", "", 3, 0, 0, -1, "", 0, 0, 1, 0);
-    f->AddGroup(group);
-    for (long s = 0; s < kNativeRecords * 64; s += 30 * 256)
-        f->AddStatusItem(new CStatusItem(group, LONG(s), CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(s / 256.0),
-                                         LONG(s), CSDateTime(2026, 1, 31, 22, 0, 0) + CSTimeSpan(s / 256.0), "",
-                                         "Note", "", 0, 1));
-    return f->Flush() != 0;
+    return bench::WriteHourRecording(name, [](CSigFile& f) {
+        auto* group = new CStatusGroup(groupid::kAnnotation, "Annotation", "", 3, 0, 0, -1, "", 0, 0, 1, 0);
+        f.AddGroup(group);
+        for (long s = 0; s < bench::kHourRecords * 64; s += 30 * 256) {
+            const CSDateTime at = bench::kHourStart + CSTimeSpan(s / 256.0);
+            f.AddStatusItem(new CStatusItem(group, LONG(s), at, LONG(s), at, "", "Note", "", 0, 1));
+        }
+        return f.Flush() != 0;
+    });
 }
 
 // Reads every record of a native recording; the checksum keeps the reads.
@@ -147,7 +121,7 @@ int ExportImport(const std::string& folder) {
     }
     const double imported = Seconds(t0);
     const double importCpu = double(std::clock() - c0) / CLOCKS_PER_SEC;
-    const double megabytes = double(kNativeRecords) * kNativeChannels * 64 * 2 / 1e6;
+    const double megabytes = double(bench::kHourRecords) * bench::kHourChannels * bench::kHourSamples * 2 / 1e6;
     std::printf("RESULT edf_durable_copy %.1f MB/s ratio=%.2f target=-\n", megabytes / copy, copy / read);
     std::printf("RESULT edf_export %.1f MB/s ratio=%.2f target=2\n", megabytes / exported, exported / read);
     std::printf("RESULT edf_import %.1f MB/s ratio=%.2f target=2\n", megabytes / imported, imported / read);
