@@ -12,7 +12,7 @@
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
 #include "sigfile/SIGFILE.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 namespace bench {
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "recording/calib.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 namespace {
 

@@ -24,7 +24,7 @@
 #include <unistd.h>
 
 #include "montage/mtgs.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/CsaCompute.h"
 #include "spectral/Csafile.h"
 #include "spectral/Fft.h"

@@ -31,7 +31,7 @@
 #include "formula/Kernels.h"
 #include "formula/RFMT.h"
 #include "formula/UsrOps.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 // Counts heap allocations, to show that evaluation makes none.
 static std::atomic<long> g_allocations{0};

@@ -8,7 +8,7 @@
 #include "platform/Assert.h"
 #include "platform/Messages.h"
 #include "platform/Strings.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 IMPLEMENT_DYNAMIC(CCInputVar, CCVar)
 IMPLEMENT_DYNAMIC(CCFunction, CObject)

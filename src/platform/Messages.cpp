@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <map>
 
+#include "platform/strings/RegistryStrings.h"
+
 namespace {
 const std::map<UINT, std::string>& StringTable() {
     static const std::map<UINT, std::string> table = {
@@ -39,6 +41,8 @@ const std::map<UINT, std::string>& StringTable() {
          "Le fichier de définitions des filtres est incompatible avec cette version d'Tessaryn,\n"
          "et par conséquence il est impossible d'utiliser ce fichier.\n"
          "Veuillez utiliser un fichier de définitions compatible ou contactez le service à la clientèle de Varnholt."},
+        // The texts of later subsystems, one file each (platform/strings/README.md).
+#include "platform/strings/RegistryStrings.inc"
     };
     return table;
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/Assert.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 IMPLEMENT_SERIAL(CCalibration, CObject, 1)
 

@@ -1,35 +1,85 @@
-// What each recording format supplies to the dispatch of CSigFile: identify,
-// open, create, delete, copy, rename and summarise.  A format that cannot do
-// an operation leaves it null.
+// The format drivers: what each kind of recording supplies to the static
+// operations of CSigFile.  One driver per format, each defined beside its
+// format's code (src/formats/<format>/), gathered in one table by the
+// registry (src/formats/Registry.cpp), which probes them in a fixed order,
+// strong signatures first.
+//
+// A driver that cannot do an operation leaves it null: the static operation
+// then fails with ERROR_NOT_SUPPORTED (or 0 for the int operations, the last
+// error set to ERROR_NOT_SUPPORTED).
 #pragma once
 
+#include <string>
+#include <vector>
+
+#include "platform/Types.h"
 #include "sigfile/SIGFILE.h"
 
-struct CSigFileDriver {
-    unsigned format;
-    const char* name;
-    int (*IsValidFormat)(const char* name);
-    CSigFile* (*Open)(const char* name, int readOnly, long* error);
-    CSigFile* (*Create)(const char* name, CFileHeader* header, CPatientInfo* patient, CPhysicalMontage* montage,
-                        CCalibration* calibration, long* error);
-    int (*Delete)(const char* name);
-    int (*Copy)(const char* from, const char* to, CProgressInfo* progress);
-    int (*Rename)(const char* from, const char* to);
-    CSigQuickInfo* (*GetFileQuickInfo)(const char* name, long* error);
-    ULONGLONG (*GetDVSize)(const char* name);
-    ULONGLONG (*GetDVIdxSize)(const char* name);
-    int (*HasDV)(const char* name);
+// What a driver sees when it is asked whether a file is one of its own: the
+// name as given, its extension in upper case, and up to kHeadBytes of its
+// first bytes (fewer when the file is shorter, none when it cannot be read).
+struct CSigFileProbe {
+    static constexpr size_t kHeadBytes = 512;
+    const char* name = nullptr;
+    std::string extension;  // ".SIG", ".EDF" ...; empty when the name has none
+    const BYTE* head = nullptr;
+    size_t headSize = 0;
+    bool readable = false;  // the file exists and could be opened for reading
 };
 
-// The driver of a format number 1 to 5; null for any other.
-const CSigFileDriver* GetSigFileDriver(unsigned format);
+// Options of a create-copy: writing an open recording as a new file of the
+// driver's format (export, import, conversion).  A driver reads the fields
+// it understands; an option it cannot honour makes it fail with a message.
+struct CSigFileCopyOptions {
+    std::string montage;                // reformatted montage; empty: the recording channels
+    std::vector<std::string> channels;  // channel labels to keep, in this order; empty: all
+    long firstRecord = 0;               // first record of the source
+    long endRecord = -1;                // one past the last; -1: to the end
+    bool resample = false;              // the user agrees to resample what does not fit
+    bool volts = false;                 // values in volts rather than world units (text outputs)
+};
 
-// Drivers, one per format, each defined beside its format's code.
-extern const CSigFileDriver g_nativeDriver;
-extern const CSigFileDriver g_dosDriver;
-extern const CSigFileDriver g_nihonKohdenDriver;
-extern const CSigFileDriver g_bmsiDriver;
-extern const CSigFileDriver g_serverDriver;
+struct CSigFileDriver {
+    unsigned format = 0;
+    const char* name = "";         // short name: "native", "edf", ...
+    const char* description = "";  // one line for people: "EDF / EDF+ (16-bit)"
+    // Output extensions this format is chosen for, upper case, null-ended
+    // (".SIG", ".EDF"); null when it is never chosen by name.
+    const char* const* outputExtensions = nullptr;
+
+    // Non-zero when the probed file is of this format.
+    int (*Identify)(const CSigFileProbe& probe) = nullptr;
+    CSigFile* (*Open)(const char* name, int readOnly, long* error) = nullptr;
+    CSigFile* (*Create)(const char* name, CFileHeader* header, CPatientInfo* patient, CPhysicalMontage* montage,
+                        CCalibration* calibration, long* error) = nullptr;
+    int (*Delete)(const char* name) = nullptr;
+    int (*Copy)(const char* from, const char* to, CProgressInfo* progress) = nullptr;
+    int (*Rename)(const char* from, const char* to) = nullptr;
+    CSigQuickInfo* (*GetFileQuickInfo)(const char* name, long* error) = nullptr;
+    ULONGLONG (*GetDVSize)(const char* name) = nullptr;
+    ULONGLONG (*GetDVIdxSize)(const char* name) = nullptr;
+    int (*HasDV)(const char* name) = nullptr;
+    // Writes the open recording `source` as a new file `to` of this format,
+    // replacing an existing one only when complete.  1 on success; 0 with a
+    // French message in *error (when given), `to` then untouched.
+    int (*CreateCopy)(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
+                      CProgressInfo* progress) = nullptr;
+};
+
+// The driver of a format number; null for 0 and unknown numbers.
+const CSigFileDriver* GetSigFileDriver(unsigned format);
+// Every driver, in probing order.
+const std::vector<const CSigFileDriver*>& GetSigFileDrivers();
+// The driver chosen to write a file of this name (by its extension); null
+// when no driver writes such names.
+const CSigFileDriver* GetSigFileDriverForOutput(const char* name);
+// Reads the first bytes of a file for the drivers' Identify.
+CSigFileProbe ProbeSigFile(const char* name, std::vector<BYTE>& buffer);
+
+// Writes the open recording `source` as `to`, in the format chosen by the
+// name of `to`.  1 on success; 0 with a French message in *error.
+int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
+                      CProgressInfo* progress = nullptr);
 
 // True when the montage is given and has a recording montage at index 0
 // (the rule CSigFile::Create applies when asked to validate).

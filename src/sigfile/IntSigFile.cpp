@@ -3,7 +3,7 @@
 #include "platform/Assert.h"
 #include "platform/Messages.h"
 #include "recording/calib.h"
-#include "sigfile/SigCoDec.h"
+#include "records/SigCoDec.h"
 #include "status/IntStsFile.h"
 
 IMPLEMENT_DYNAMIC(CSigFileCache, CCacheDWordToOb)

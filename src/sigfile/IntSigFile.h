@@ -10,7 +10,7 @@
 
 #include "platform/Collections.h"
 #include "platform/File.h"
-#include "sigfile/CacheDWO.h"
+#include "records/CacheDWO.h"
 #include "sigfile/SIGFILE.h"
 
 class CIntStsFile;

@@ -3,7 +3,9 @@
 // class, and the library's error convention.
 //
 // Format numbers: 0 not recognised, 1 native (".SIG" + ".STS"), 2 legacy DOS,
-// 3 Nihon Kohden, 4 BMSI, 5 external signal-file server.
+// 3 Nihon Kohden, 4 BMSI, 5 external signal-file server, 6 EDF / EDF+,
+// 7 BDF / BDF+.  The drivers of the formats and their probing order are in
+// sigfile/FormatDriver.h and formats/Registry.cpp.
 //
 // Static entry points take an optional long* error: when it is null a failure
 // is shown through ErrorMessageBox, otherwise it is only stored there.  Error
@@ -17,7 +19,7 @@
 #include "platform/DateTime.h"
 #include "platform/Exceptions.h"
 #include "platform/Object.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 class CFileHeader;
 class CPatientInfo;
@@ -34,6 +36,8 @@ enum : unsigned {
     SIGFILE_FORMAT_NIHONKOHDEN = 3,
     SIGFILE_FORMAT_BMSI = 4,
     SIGFILE_FORMAT_SERVER = 5,
+    SIGFILE_FORMAT_EDF = 6,
+    SIGFILE_FORMAT_BDF = 7,
 };
 
 // Name of a format number ("native", "unknown", ...).
@@ -91,6 +95,22 @@ private:
 };
 
 [[noreturn]] void ThrowGenericException(const char* message);
+
+// One channel as its file describes it.  The shared model (montage and
+// calibration) holds integer rates, unit codes and 16-bit samples; formats
+// that store more say it here.
+struct CSigChannelInfo {
+    std::string label;       // as the file names it
+    std::string unit;        // physical dimension as text ("uV", "degC")
+    std::string transducer;  // sensor description
+    std::string prefilter;   // filtering applied before digitising
+    double frequency = 0;    // samples per second, exact
+    double physicalMin = 0;  // physical value of digitalMin
+    double physicalMax = 0;  // physical value of digitalMax
+    long digitalMin = 0;     // stored sample range
+    long digitalMax = 0;
+    unsigned bits = 16;      // bits of a stored sample
+};
 
 class CSigFile : public CObject {
     DECLARE_DYNAMIC(CSigFile)
@@ -154,6 +174,22 @@ public:
     virtual void UpdateGroupAt(unsigned index, const CStatusGroup* group) = 0;
     virtual void DeleteGroupAt(unsigned index) = 0;
 
+    // --- Beyond the shared table: what formats other than the native one
+    // need to say.  The defaults describe a native-like recording from its
+    // montage and calibration.
+    // Format number of the open file.
+    virtual unsigned GetFormat() const { return SIGFILE_FORMAT_NATIVE; }
+    // Seconds covered by one record: samples per record / true frequency.
+    virtual double GetRecordDuration() const;
+    // Samples per second of a record channel, exact.
+    virtual double GetChannelFrequency(unsigned channel) const;
+    // The file's own description of a record channel; 0 when there is no
+    // such channel.
+    virtual int GetChannelInfo(unsigned channel, CSigChannelInfo* info) const;
+    // Departures from the format's standard that opening tolerated, one
+    // French line each (shown by check); none by default.
+    virtual void GetFormatNotes(CStringArray* notes) const;
+
     // Brings the montage references of the status groups and items up to
     // date after the physical montage was replaced.
     void UpdateNewPhyMtgToStsGrpsItms(CPhysicalMontage* montage);
@@ -187,8 +223,8 @@ protected:
     CSigFile() = default;
 };
 
-// Format of a file: the external server's own ".SIG" files first, then the
-// format classes in order.
+// Format of a file: the drivers' signature tests in the registry's order
+// (strong signatures first), then the tests by name.
 unsigned GetSigFileFormat(const char* name);
 // A ".SIG" file whose first 8 bytes are "KQUARSIG".
 int IsOsgFileFormat(const char* name);

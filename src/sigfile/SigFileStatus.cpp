@@ -11,6 +11,7 @@
 #include "platform/Messages.h"
 #include "platform/Strings.h"
 #include "recording/FileHeader.h"
+#include "recording/calib.h"
 #include "sigfile/FormatDriver.h"
 #include "status/GroupDefaults.h"
 #include "status/StatusCheck.h"
@@ -19,6 +20,49 @@
 bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage) {
     return montage != nullptr && montage->GetNumRecordingMontages() > 0 &&
            montage->GetRecordingMontageAt(0) != nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// What a native-like recording says of its channels: recording montage 0
+// names them, the calibration gives their ranges.
+
+double CSigFile::GetRecordDuration() const {
+    const double frequency = GetTrueFrequency();
+    return frequency > 0.0 ? GetSamplesRecord() / frequency : 0.0;
+}
+
+double CSigFile::GetChannelFrequency(unsigned channel) const {
+    const double frequency = GetTrueFrequency();
+    const unsigned samples = GetSamplesRecord();
+    if (channel >= GetNumChannels() || samples == 0) return 0.0;
+    return frequency * GetSamplesChannel(channel) / samples;
+}
+
+int CSigFile::GetChannelInfo(unsigned channel, CSigChannelInfo* info) const {
+    if (!info || channel >= GetNumChannels()) return 0;
+    *info = CSigChannelInfo();
+    info->frequency = GetChannelFrequency(channel);
+    const CPhysicalMontage* physical = GetPhysicalMontage();
+    const CRecordingMontage* rec =
+        physical && physical->GetNumRecordingMontages() > 0 ? physical->GetRecordingMontageAt(0) : nullptr;
+    if (rec && channel < rec->GetNumChannels()) {
+        info->label = rec->GetLabel(channel);
+        info->unit = VhlGetUnitName(rec->GetUnit(channel));
+        info->transducer = VhlGetTraceTypeName(rec->GetType(channel));
+        info->prefilter = rec->GetPreprocessing(channel) ? rec->GetPreprocessing(channel) : "";
+    }
+    const CCalibration* calibration = GetCalibration();
+    if (calibration && channel < calibration->GetNumChannels()) {
+        info->digitalMin = calibration->GetAdMin();
+        info->digitalMax = calibration->GetAdMax();
+        info->physicalMin = calibration->AdToWorld(channel, calibration->GetAdMin());
+        info->physicalMax = calibration->AdToWorld(channel, calibration->GetAdMax());
+    }
+    return 1;
+}
+
+void CSigFile::GetFormatNotes(CStringArray* notes) const {
+    if (notes) notes->RemoveAll();
 }
 
 int CSigFile::IsDurationWithin24hrs(const CSigFile* file) {

@@ -15,7 +15,7 @@
 #include "platform/Paths.h"
 #include "platform/Strings.h"
 #include "sigfile/SIGFILE.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/Csafile.h"
 #include "spectral/Fft.h"
 #include "spectral/Specrec.h"

@@ -35,7 +35,7 @@
 #include "platform/DateTime.h"
 #include "platform/File.h"
 #include "platform/Types.h"
-#include "sigfile/CacheDWO.h"
+#include "records/CacheDWO.h"
 
 class CSpecRec;
 class CPatientInfo;

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "platform/Assert.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/FftCore.h"
 
 namespace {

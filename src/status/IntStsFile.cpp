@@ -9,7 +9,7 @@
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
-#include "sigfile/stdcodec.h"
+#include "records/stdcodec.h"
 
 IMPLEMENT_DYNAMIC(CStsFile, CObject)
 IMPLEMENT_DYNAMIC(CIntStsFile, CStsFile)

@@ -13,7 +13,7 @@
 #include "formula/RFMT.h"
 #include "formula/UsrOps.h"
 #include "platform/Strings.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 namespace formulatest {
 

@@ -16,7 +16,7 @@
 
 #include "FuzzEntries.h"
 #include "formula/filters.h"
-#include "sigfile/edf/EdfTestFiles.h"
+#include "formats/edf/EdfTestFiles.h"
 #include "spectral/Csafile.h"
 #include "spectral/Specrec.h"
 #include "status/stsitm.h"

@@ -10,7 +10,7 @@
 #include "formula/filters.h"
 #include "montage/MontageFixtures.h"
 #include "montage/mtgs.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 using montagetest::BuildReferential;
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "recording/calib.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "support/TestSupport.h"
 
 using testsupport::AssertRecorder;

@@ -16,7 +16,7 @@
 #include "platform/Messages.h"
 #include "platform/Paths.h"
 #include "sigfile/SIGFILE.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/CsaCompute.h"
 #include "spectral/Csafile.h"
 #include "spectral/Fft.h"

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/Fft.h"
 #include "support/TestSupport.h"
 

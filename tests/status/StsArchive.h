@@ -12,7 +12,7 @@
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
-#include "sigfile/stdcodec.h"
+#include "records/stdcodec.h"
 #include "status/StatusBytes.h"
 
 namespace statustest {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "sigfile/SIGFILE.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "status/stsitm.h"
 #include "support/TestSupport.h"
 

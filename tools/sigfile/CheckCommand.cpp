@@ -8,7 +8,7 @@
 #include "Commands.h"
 #include "ToolSupport.h"
 #include "platform/Strings.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "status/StatusCheck.h"
 
 namespace sigfile_tool {

@@ -20,7 +20,7 @@
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "status/GroupDefaults.h"
 #include "status/stsitm.h"
 

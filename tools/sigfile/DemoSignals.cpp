@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 namespace sigfile_tool::demo {
 namespace {

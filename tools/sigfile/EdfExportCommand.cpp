@@ -1,6 +1,6 @@
 // The EDF+ / BDF+ branch of the export command.
 #include "Commands.h"
-#include "sigfile/edf/EdfExport.h"
+#include "formats/edf/EdfExport.h"
 
 namespace sigfile_tool {
 

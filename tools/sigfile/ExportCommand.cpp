@@ -14,7 +14,7 @@
 #include "montage/mtgs.h"
 #include "platform/Messages.h"
 #include "platform/Strings.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 
 namespace sigfile_tool {
 namespace {

@@ -1,7 +1,7 @@
 // sigfile import IN.(edf|bdf) OUT.SIG [--resample]: an EDF, EDF+, BDF or
 // BDF+ file into a native recording.
 #include "Commands.h"
-#include "sigfile/edf/EdfImport.h"
+#include "formats/edf/EdfImport.h"
 
 namespace sigfile_tool {
 

@@ -17,7 +17,7 @@
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
-#include "sigfile/SigCoDec.h"
+#include "records/SigCoDec.h"
 #include "status/stsitm.h"
 
 namespace sigfile_tool {

@@ -28,7 +28,7 @@
 #include "platform/Strings.h"
 #include "recording/FileHeader.h"
 #include "sigfile/SIGFILE.h"
-#include "sigfile/SigRec.h"
+#include "records/SigRec.h"
 #include "spectral/CsaCompute.h"
 #include "spectral/Fft.h"
 

@@ -1,0 +1,9 @@
+// String ids of the format registry and of conversions in general.
+#pragma once
+
+#include "platform/Types.h"
+
+enum : UINT {
+    IDS_ERR_NO_OUTPUT_FORMAT = 30000,  // name of the output
+    IDS_ERR_FORMAT_READ_ONLY = 30001,  // format name
+};
