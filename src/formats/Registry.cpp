@@ -128,6 +128,7 @@ int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOption
 
 CSigFile* CSigFile::Open(const char* name, int readOnly, long* error, int /*reserved*/, int check24Hours) {
     long err = 0;
+    SetLastErrorDetail(0, "");
     CSigFile* file = nullptr;
     int ro = readOnly;
     for (int attempt = 0; attempt < 2; ++attempt) {

@@ -236,6 +236,19 @@ int CRecordingMontage::InsertChannel(unsigned index, const char* elec1, const ch
     return TRUE;
 }
 
+int CRecordingMontage::AppendChannelConfirmed(const char* elec1, const char* elec2, unsigned type, unsigned unit,
+                                              unsigned frequency, unsigned long color, unsigned underSampling,
+                                              const char* preprocessing) {
+    if (!m_pPhysicalMontage || m_nChannels >= kMaxMontageChannels) return FALSE;
+    const int i = static_cast<int>(m_nChannels);
+    InsertBaseChannel(m_nChannels, frequency, type, unit, color);
+    m_saElectrode1.InsertAt(i, elec1 ? elec1 : "");
+    m_saElectrode2.InsertAt(i, elec2 ? elec2 : "");
+    m_waUnderSampling.InsertAt(i, static_cast<WORD>(underSampling));
+    m_saPreprocessing.InsertAt(i, preprocessing ? preprocessing : "");
+    return TRUE;
+}
+
 int CRecordingMontage::ReplaceChannelConfirmed(unsigned index, const char* elec1, const char* elec2, unsigned type,
                                                unsigned unit, unsigned frequency, unsigned long color,
                                                unsigned underSampling, const char* preprocessing) {

@@ -320,6 +320,19 @@ public:
     virtual int ReplaceChannel(unsigned index, const char* elec1, const char* elec2, unsigned type, unsigned unit,
                                unsigned frequency, unsigned long color, unsigned underSampling,
                                const char* preprocessing);
+    // Appends a channel without the insertion rules (the electrodes must be
+    // the physical montage's, at most 128 channels).  For formats whose
+    // channels have rates that no base frequency divides: their montage
+    // describes the channels, their records give the true sample counts.
+    int AppendChannelConfirmed(const char* elec1, const char* elec2, unsigned type, unsigned unit,
+                               unsigned frequency, unsigned long color, unsigned underSampling,
+                               const char* preprocessing);
+    // Sets the samples per record and base frequency without the rules (see
+    // AppendChannelConfirmed).
+    void SetRecordShapeConfirmed(unsigned samplesRecord, unsigned baseFrequency) {
+        m_wSamplesRecord = static_cast<WORD>(samplesRecord);
+        m_wBaseFrequency = static_cast<WORD>(baseFrequency);
+    }
     // Overwrites channel index without any check (spike and seizure options kept).
     virtual int ReplaceChannelConfirmed(unsigned index, const char* elec1, const char* elec2, unsigned type,
                                         unsigned unit, unsigned frequency, unsigned long color,

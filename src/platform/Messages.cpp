@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <map>
 
+#include "platform/strings/EdfStrings.h"
 #include "platform/strings/RegistryStrings.h"
 
 namespace {
@@ -43,6 +44,7 @@ const std::map<UINT, std::string>& StringTable() {
          "Veuillez utiliser un fichier de définitions compatible ou contactez le service à la clientèle de Varnholt."},
         // The texts of later subsystems, one file each (platform/strings/README.md).
 #include "platform/strings/RegistryStrings.inc"
+#include "platform/strings/EdfStrings.inc"
     };
     return table;
 }
@@ -152,6 +154,18 @@ bool GetSystemErrorText(long code, std::string& text) {
 
 void SetLastError(long code) { t_lastError = code; }
 long GetLastError() { return t_lastError; }
+
+namespace {
+thread_local long t_detailCode = 0;
+thread_local std::string t_detail;
+}  // namespace
+
+void SetLastErrorDetail(long code, const std::string& text) {
+    t_detailCode = text.empty() ? 0 : code;
+    t_detail = text;
+}
+
+std::string GetLastErrorDetail(long code) { return code != 0 && code == t_detailCode ? t_detail : std::string(); }
 
 MessageSink SetMessageSink(MessageSink sink) {
     MessageSink old = std::move(Sink());

@@ -82,6 +82,13 @@ bool GetSystemErrorText(long code, std::string& text);
 // The calling thread's last system error.
 void SetLastError(long code);
 long GetLastError();
+// A French text that says more about a failure of the given code (the field
+// of a file that a reader refused, say), kept per thread until the next
+// SetLastErrorDetail; the error box of that code shows it after its own
+// text.  An empty text clears it.
+void SetLastErrorDetail(long code, const std::string& text);
+// The detail kept for code, "" when none.
+std::string GetLastErrorDetail(long code);
 
 // Message boxes.  The sink receives the text and the caption of one box.
 using MessageSink = std::function<void(const std::string& text, const std::string& caption)>;

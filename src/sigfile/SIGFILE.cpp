@@ -28,6 +28,9 @@ void CSigFile::ErrorMessageBox(const char* name, long code) {
         detail = StrFormat(LoadResString(IDS_ERR_CODE).c_str(), code);
     }
     if (Utf8Length(detail) > 512) detail = Utf8Left(detail, 512);
+    // What the format said of the failure, when it said more.
+    const std::string more = GetLastErrorDetail(code);
+    if (!more.empty()) detail += "\n" + more;
     AfxMessageBox(StrFormat(LoadResString(IDS_ERR_FILE_BOX).c_str(), name, detail.c_str()));
 }
 

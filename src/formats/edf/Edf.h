@@ -153,9 +153,11 @@ std::string BuildTimeKeepingTal(double recordStart);
 // Parses the annotation bytes of one record.  The first TAL must be the
 // time-keeping one when `timeKeeping` is set; its onset goes to recordStart.
 // Empty annotation texts are dropped; a text that is not UTF-8 is read as
-// Windows-1252.  False with a message on a bad TAL.
+// Windows-1252.  False with a message on a bad TAL.  A time-keeping TAL
+// whose final 0x00 is missing before the next TAL is read as if it were
+// there, and *repaired (when given) is set.
 bool ParseTals(const std::string& bytes, bool timeKeeping, double& recordStart,
-               std::vector<EdfAnnotation>& annotations, std::string& error);
+               std::vector<EdfAnnotation>& annotations, std::string& error, bool* repaired = nullptr);
 
 // ---- Annotation plan for a writer -----------------------------------------
 

@@ -225,8 +225,24 @@ std::string BuildTal(double onset, const std::optional<double>& duration, const 
 
 std::string BuildTimeKeepingTal(double recordStart) { return BuildTal(recordStart, std::nullopt, nullptr); }
 
-bool ParseTals(const std::string& bytes, bool timeKeeping, double& recordStart,
-               std::vector<EdfAnnotation>& annotations, std::string& error) {
+bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
+               std::vector<EdfAnnotation>& annotations, std::string& error, bool* repaired) {
+    // Some writers omit the 0x00 that ends the time-keeping TAL when another
+    // TAL follows it in the same record ("+0\x14\x14+0\x14text\x14\x00"):
+    // the onset right after the empty text starts a new TAL.
+    std::string repairedBytes;
+    const std::string* source = &input;
+    if (timeKeeping) {
+        const size_t sep = input.find("\x14\x14");
+        const size_t nul = input.find('\0');
+        if (sep != std::string::npos && (nul == std::string::npos || sep < nul) && sep + 3 < input.size() &&
+            (input[sep + 2] == '+' || input[sep + 2] == '-') && input[sep + 3] >= '0' && input[sep + 3] <= '9') {
+            repairedBytes = input.substr(0, sep + 2) + '\0' + input.substr(sep + 2);
+            source = &repairedBytes;
+            if (repaired) *repaired = true;
+        }
+    }
+    const std::string& bytes = *source;
     size_t pos = 0;
     bool first = true;
     while (pos < bytes.size() && bytes[pos] != '\0') {

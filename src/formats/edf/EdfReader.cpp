@@ -17,6 +17,8 @@ long long LL(LONGLONG v) { return v; }
 unsigned long long ULL(ULONGLONG v) { return v; }
 
 constexpr LONGLONG kMaxSamplesPerRecord = 1 << 26;
+// Digital limits a header may state (beyond the format's own, tolerated).
+constexpr LONGLONG kDigitalBound = -2147483647;
 // Far above any real recording; keeps a hostile file from filling the memory
 // with tiny TALs.
 constexpr size_t kMaxAnnotations = 4000000;
@@ -76,6 +78,9 @@ void EdfReader::Close() {
     m_starts.clear();
     m_annotations.clear();
     m_firstStart = 0;
+    m_notes.clear();
+    m_annotationSignals = false;
+    m_talRepairNoted = m_continuityNoted = m_durationAssumed = false;
 }
 
 bool EdfReader::ReadAt(ULONGLONG position, void* buffer, size_t size) {
@@ -141,14 +146,27 @@ bool EdfReader::ParseHeader(std::string& error) {
         return false;
     }
     int day, month, yy, hour, minute, second;
-    if (!ThreeParts(field(168, 8), day, month, yy) || month < 1 || month > 12 || day < 1 ||
-        day > DaysInMonth(yy >= 85 ? 1900 + yy : 2000 + yy, month)) {
-        error = "startdate of recording : " + Shown(field(168, 8)) + " n'est pas une date jj.mm.aa";
-        return false;
-    }
-    if (!ThreeParts(field(176, 8), hour, minute, second) || hour > 23 || minute > 59 || second > 59) {
-        error = "starttime of recording : " + Shown(field(176, 8)) + " n'est pas une heure hh.mm.ss";
-        return false;
+    const bool dateOk = ThreeParts(field(168, 8), day, month, yy) && month >= 1 && month <= 12 && day >= 1 &&
+                        day <= DaysInMonth(yy >= 85 ? 1900 + yy : 2000 + yy, month);
+    const bool timeOk = ThreeParts(field(176, 8), hour, minute, second) && hour <= 23 && minute <= 59 && second <= 59;
+    if (!dateOk || !timeOk) {
+        // Digits where they belong but no valid date: read as the EDF's own
+        // "unknown" start (01.01.85 00.00.00), as the common readers do.  A
+        // field of another shape means the header is not laid out as EDF.
+        int a, b, c;
+        if (!ThreeParts(field(168, 8), a, b, c)) {
+            error = "startdate of recording : " + Shown(field(168, 8)) + " n'est pas une date jj.mm.aa";
+            return false;
+        }
+        if (!ThreeParts(field(176, 8), a, b, c)) {
+            error = "starttime of recording : " + Shown(field(176, 8)) + " n'est pas une heure hh.mm.ss";
+            return false;
+        }
+        m_notes.push_back("startdate / starttime of recording : " + Shown(field(168, 8)) + " " + Shown(field(176, 8)) +
+                          " n'est pas une date valide, lue comme le 01.01.85 à 00.00.00");
+        day = month = 1;
+        yy = 85;
+        hour = minute = second = 0;
     }
     LONGLONG headerBytes = 0, records = 0, ns = 0;
     if (!ParseEdfInteger(field(184, 8), headerBytes)) {
@@ -209,6 +227,7 @@ bool EdfReader::ParseHeader(std::string& error) {
     const int width = SampleBytes(hd.format);
     ULONGLONG recordBytes = 0;
     bool timeKeepingFound = false;
+    bool plainAnnotationsNoted = false;
     for (LONGLONG i = 0; i < ns; ++i) {
         const std::string which = StrFormat(" (signal %lld)", LL(i + 1));
         EdfSignal sig;
@@ -218,7 +237,12 @@ bool EdfReader::ParseHeader(std::string& error) {
             return false;
         }
         Layout lay;
-        lay.annotation = plus && (sig.label == "EDF Annotations" || sig.label == "BDF Annotations");
+        lay.annotation = sig.label == "EDF Annotations" || sig.label == "BDF Annotations";
+        if (lay.annotation && !plus && !plainAnnotationsNoted) {
+            m_notes.push_back(std::string("reserved : fichier ") + (bdf ? "BDF" : "EDF") + " sans « +C » ni « +D » mais "
+                              "avec un signal « " + sig.label + " », lu comme un signal d'annotations");
+            plainAnnotationsNoted = true;
+        }
         LONGLONG dmin = 0, dmax = 0, count = 0;
         if (!ParseEdfNumber(pmins[i], sig.physicalMin)) {
             error = "physical minimum" + which + " : " + Shown(pmins[i]) + " n'est pas un nombre";
@@ -228,16 +252,21 @@ bool EdfReader::ParseHeader(std::string& error) {
             error = "physical maximum" + which + " : " + Shown(pmaxs[i]) + " n'est pas un nombre";
             return false;
         }
-        if (!ParseEdfInteger(dmins[i], dmin) || dmin < limMin || dmin > limMax) {
-            error = "digital minimum" + which + " : " + Shown(dmins[i]) +
-                    StrFormat(" n'est pas un entier de %ld à %ld", long(limMin), long(limMax));
+        if (!ParseEdfInteger(dmins[i], dmin) || dmin < kDigitalBound || dmin > -kDigitalBound) {
+            error = "digital minimum" + which + " : " + Shown(dmins[i]) + " n'est pas un nombre entier";
             return false;
         }
-        if (!ParseEdfInteger(dmaxs[i], dmax) || dmax < limMin || dmax > limMax) {
-            error = "digital maximum" + which + " : " + Shown(dmaxs[i]) +
-                    StrFormat(" n'est pas un entier de %ld à %ld", long(limMin), long(limMax));
+        if (!ParseEdfInteger(dmaxs[i], dmax) || dmax < kDigitalBound || dmax > -kDigitalBound) {
+            error = "digital maximum" + which + " : " + Shown(dmaxs[i]) + " n'est pas un nombre entier";
             return false;
         }
+        // Samples are stored in 16 (24) bits whatever the header says: a
+        // range beyond the format's limits (a digital maximum of 65534 for a
+        // 16-bit sample, say) is read as written, samples as stored.
+        if (dmin < limMin || dmax > limMax)
+            m_notes.push_back("digital minimum / maximum" + which + StrFormat(" : %lld / %lld, hors des limites %ld à %ld "
+                              "du format, les échantillons sont lus tels qu'ils sont stockés", LL(dmin), LL(dmax),
+                              long(limMin), long(limMax)));
         if (!lay.annotation) {
             if (dmin >= dmax) {
                 error = "digital maximum" + which + " : pas plus grand que le digital minimum";
@@ -264,13 +293,16 @@ bool EdfReader::ParseHeader(std::string& error) {
         m_layout.push_back(lay);
     }
     if (plus && !timeKeepingFound) {
-        error = std::string("label : aucun signal « ") + AnnotationLabel(hd.format) + " » dans un fichier " +
-                (bdf ? "BDF+" : "EDF+");
-        return false;
+        m_notes.push_back(std::string("label : aucun signal « ") + AnnotationLabel(hd.format) + " » dans un fichier " +
+                          (bdf ? "BDF+" : "EDF+") + ", lu comme un fichier continu sans annotations");
+        hd.discontinuous = false;
     }
+    m_annotationSignals = timeKeepingFound;
     if (hd.recordDuration == 0 && !m_signals.empty()) {
-        error = "duration of a data record : nulle alors que le fichier a des signaux";
-        return false;
+        // Samples need a duration: take one second, as the common readers do.
+        m_notes.push_back("duration of a data record : nulle alors que le fichier a des signaux, lue comme 1 s");
+        hd.recordDuration = 1.0;
+        m_durationAssumed = true;
     }
     const ULONGLONG data = length - m_headerBytes;
     if (recordBytes > data && records != 0) {
@@ -280,9 +312,10 @@ bool EdfReader::ParseHeader(std::string& error) {
     }
     if (records == -1) records = LONGLONG(data / recordBytes);
     else if (ULONGLONG(records) > data / recordBytes) {
-        error = StrFormat("number of data records : %lld annoncés, les données n'en contiennent que %llu", LL(records),
-                          ULL(data / recordBytes));
-        return false;
+        // A recording that was not closed: what is there is read.
+        m_notes.push_back(StrFormat("number of data records : %lld annoncés, les données n'en contiennent que %llu",
+                                    LL(records), ULL(data / recordBytes)));
+        records = LONGLONG(data / recordBytes);
     }
     hd.recordCount = records;
     m_recordBytes = size_t(recordBytes);
@@ -299,7 +332,7 @@ bool EdfReader::ParseHeader(std::string& error) {
 }
 
 bool EdfReader::ReadAnnotations(std::string& error) {
-    if (!IsPlus(m_header.format)) return true;
+    if (!m_annotationSignals) return true;
     const LONGLONG records = m_header.recordCount;
     const double duration = m_header.recordDuration;
     const double tolerance = 1e-3 * duration + 1e-6;
@@ -316,9 +349,15 @@ bool EdfReader::ReadAnnotations(std::string& error) {
                 return false;
             }
             std::string why;
-            if (!ParseTals(bytes, first, start, m_annotations, why)) {
+            bool repaired = false;
+            if (!ParseTals(bytes, first, start, m_annotations, why, &repaired)) {
                 error = StrFormat("%s, enregistrement %lld : %s", AnnotationLabel(m_header.format), LL(r), why.c_str());
                 return false;
+            }
+            if (repaired && !m_talRepairNoted) {
+                m_notes.push_back(StrFormat("%s, enregistrement %lld : TAL de repère de temps sans octet nul final, "
+                                            "lue comme si elle l'avait", AnnotationLabel(m_header.format), LL(r)));
+                m_talRepairNoted = true;
             }
             first = false;
             if (m_annotations.size() > kMaxAnnotations) {
@@ -327,14 +366,18 @@ bool EdfReader::ReadAnnotations(std::string& error) {
             }
         }
         if (r == 0) m_firstStart = start;
-        else if (start < previous + duration - tolerance) {
+        else if (m_header.discontinuous && !m_durationAssumed && start < previous + duration - tolerance) {
             error = StrFormat("%s, enregistrement %lld : commence à %.6f s, avant la fin du précédent",
                               AnnotationLabel(m_header.format), LL(r), start);
             return false;
-        } else if (!m_header.discontinuous && duration > 0 && std::fabs(start - (m_firstStart + r * duration)) > tolerance) {
-            error = StrFormat("%s, enregistrement %lld : commence à %.6f s au lieu de %.6f s dans un fichier "
-                              "continu (+C)", AnnotationLabel(m_header.format), LL(r), start, m_firstStart + r * duration);
-            return false;
+        } else if (!m_header.discontinuous && duration > 0 &&
+                   std::fabs(start - (m_firstStart + r * duration)) > tolerance && !m_continuityNoted) {
+            // A continuous file's records follow one another whatever their
+            // time-keeping TALs say.
+            m_notes.push_back(StrFormat("%s, enregistrement %lld : commence à %.6f s au lieu de %.6f s dans un fichier "
+                                        "continu (+C) ; les enregistrements sont lus bout à bout",
+                                        AnnotationLabel(m_header.format), LL(r), start, m_firstStart + r * duration));
+            m_continuityNoted = true;
         }
         if (m_header.discontinuous) m_starts.push_back(start);
         previous = start;

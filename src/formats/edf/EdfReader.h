@@ -36,6 +36,11 @@ public:
     // Start of a record in seconds from the header's start: from its
     // time-keeping TAL in a "+" file, index x duration otherwise.
     double RecordStart(LONGLONG index) const;
+    // Departures from the standard that Open tolerated, one French line each.
+    const std::vector<std::string>& Notes() const { return m_notes; }
+    // True when the file has an annotation signal ("EDF Annotations" or
+    // "BDF Annotations", in a "+" file or not).
+    bool HasAnnotationSignal() const { return m_annotationSignals; }
     // Every annotation of every record, in the file's order.
     const std::vector<EdfAnnotation>& Annotations() const { return m_annotations; }
 
@@ -73,6 +78,11 @@ private:
     std::vector<double> m_starts;  // kept for "+D" files only
     double m_firstStart = 0;
     std::vector<EdfAnnotation> m_annotations;
+    std::vector<std::string> m_notes;
+    bool m_annotationSignals = false;
+    bool m_talRepairNoted = false;
+    bool m_continuityNoted = false;
+    bool m_durationAssumed = false;  // the header said 0 s for records with samples
 };
 
 }  // namespace edf

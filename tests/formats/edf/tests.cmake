@@ -16,3 +16,16 @@ if(SIGFILE_SYSTEM_PYTHON)
   set_tests_properties(EdfReadByMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
                        ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
 endif()
+
+# Every real EDF/BDF file of ../shared/realworld-edf (written by other
+# programs) opened through CSigFile::Open and compared with MNE-Python.
+# Skipped when the folder or MNE-Python is missing.
+add_executable(recording_dump ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/recording_dump.cpp)
+target_link_libraries(recording_dump PRIVATE sigfile nlohmann_json::nlohmann_json)
+if(SIGFILE_SYSTEM_PYTHON)
+  add_test(NAME EdfRealFilesAgreeWithMne
+           COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/compare_realworld.py
+                   ${PROJECT_SOURCE_DIR}/../shared/realworld-edf $<TARGET_FILE:recording_dump>)
+  set_tests_properties(EdfRealFilesAgreeWithMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300
+                       ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
+endif()
