@@ -116,6 +116,11 @@ unsigned GetSigFileFormat(const char* name) {
 
 int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
                       CProgressInfo* progress) {
+    if (source && to && IsFileOfRecording(source->GetFileName(), to)) {
+        if (error)
+            *error = StrFormat(LoadResString(IDS_ERR_OUTPUT_IS_SOURCE).c_str(), to, source->GetFileName());
+        return 0;
+    }
     const CSigFileDriver* d = GetSigFileDriverForOutput(to);
     if (!source || !d || !d->CreateCopy) {
         if (error)

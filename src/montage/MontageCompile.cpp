@@ -27,9 +27,11 @@ void CRecordingMontage::DeclareInputs(CCReformater& compiler, int skip, int over
         }
         // The input keeps the channel's own index, so that leaving a channel
         // out of a trial leaves a gap instead of shifting the others.
-        compiler.AddInput(desc.elec1.c_str(), desc.elec2.c_str(),
-                          VhlGetSamplesChannel(m_wSamplesRecord, m_wBaseFrequency, desc.frequency), desc.frequency,
-                          desc.type, desc.unit, static_cast<int>(i));
+        const unsigned samples = override && static_cast<int>(i) == overrideIndex
+                                     ? VhlGetSamplesChannel(m_wSamplesRecord, m_wBaseFrequency, desc.frequency)
+                                     : GetSamplesChannel(i);
+        compiler.AddInput(desc.elec1.c_str(), desc.elec2.c_str(), samples, desc.frequency, desc.type, desc.unit,
+                          static_cast<int>(i));
     }
 }
 

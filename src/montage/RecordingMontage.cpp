@@ -46,6 +46,7 @@ void CRecordingMontage::CopyFrom(const CRecordingMontage& other) {
     m_saElectrode2.Copy(other.m_saElectrode2);
     m_waUnderSampling.Copy(other.m_waUnderSampling);
     m_saPreprocessing.Copy(other.m_saPreprocessing);
+    m_samplesConfirmed = other.m_samplesConfirmed;
     for (const CObject* ob : other.m_oaRefMontages) {
         CReformatedMontage* copy = CloneReformated(*static_cast<const CReformatedMontage*>(ob));
         copy->SetRecordingMontage(this);
@@ -79,12 +80,20 @@ void CRecordingMontage::Empty() {
     m_saElectrode2.RemoveAll();
     m_waUnderSampling.RemoveAll();
     m_saPreprocessing.RemoveAll();
+    m_samplesConfirmed.clear();
 }
 
 // ------------------------------------------------------------------ queries
 
 unsigned CRecordingMontage::GetSamplesChannel(unsigned index) const {
+    if (index < m_samplesConfirmed.size() && m_samplesConfirmed[index]) return m_samplesConfirmed[index];
     return VhlGetSamplesChannel(m_wSamplesRecord, m_wBaseFrequency, GetFrequency(index));
+}
+
+void CRecordingMontage::SetSamplesChannelConfirmed(unsigned index, unsigned samples) {
+    if (index >= m_nChannels) return;
+    if (m_samplesConfirmed.size() < m_nChannels) m_samplesConfirmed.resize(m_nChannels, 0);
+    m_samplesConfirmed[index] = samples;
 }
 
 CString CRecordingMontage::GetLabel(unsigned index) const {
@@ -367,6 +376,7 @@ int CRecordingMontage::DeleteChannelConfirmed(unsigned index) {
     m_saElectrode2.RemoveAt(i);
     m_waUnderSampling.RemoveAt(i);
     m_saPreprocessing.RemoveAt(i);
+    if (index < m_samplesConfirmed.size()) m_samplesConfirmed.erase(m_samplesConfirmed.begin() + i);
     return TRUE;
 }
 

@@ -38,6 +38,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "montage/ElecGroup.h"
 #include "platform/Archive.h"
@@ -327,6 +328,11 @@ public:
     int AppendChannelConfirmed(const char* elec1, const char* elec2, unsigned type, unsigned unit,
                                unsigned frequency, unsigned long color, unsigned underSampling,
                                const char* preprocessing);
+    // Gives a confirmed channel its true samples per record, where the
+    // montage's rule (samples per record x frequency / base frequency)
+    // cannot (a 12.8 Hz channel beside 100 Hz ones).  Not stored in the
+    // archive: only formats that describe their own records set it.
+    void SetSamplesChannelConfirmed(unsigned index, unsigned samples);
     // Sets the samples per record and base frequency without the rules (see
     // AppendChannelConfirmed).
     void SetRecordShapeConfirmed(unsigned samplesRecord, unsigned baseFrequency) {
@@ -423,6 +429,7 @@ protected:
     CStringArray m_saElectrode1;
     CStringArray m_saElectrode2;
     CWordArray m_waUnderSampling;
+    std::vector<unsigned> m_samplesConfirmed;  // per channel, 0: by the rule
     CStringArray m_saPreprocessing;
     CObArray m_oaRefMontages;  // owned CReformatedMontage*
 };

@@ -124,6 +124,8 @@ void CSigRecT<T>::Serialize(CArchive& ar) {
 
 template class CSigRecT<short>;
 template class CSigRecT<float>;
+template class CSigRecT<LONG>;
+IMPLEMENT_DYNAMIC(CDigSigRec, CObject)
 
 CArchive& operator>>(CArchive& ar, CRawSigRec*& rec) {
     rec = static_cast<CRawSigRec*>(ar.ReadObject(RUNTIME_CLASS(CRawSigRec)));

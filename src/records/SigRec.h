@@ -85,6 +85,19 @@ protected:
     const char* AssertSource() const override { return "FSIGREC"; }
 };
 
+// The stored samples of a record as integers, whatever their width (16-bit
+// native and EDF samples, 24-bit BDF samples): what CSigFile::ReadDigital
+// gives.  Not stored in archives.
+class CDigSigRec : public CSigRecT<LONG> {
+    DECLARE_DYNAMIC(CDigSigRec)
+public:
+    using CSigRecT<LONG>::CSigRecT;
+    using CSigRecT<LONG>::operator=;
+
+protected:
+    const char* AssertSource() const override { return "DSIGREC"; }
+};
+
 // Read a whole record object of that class (class record or back reference).
 CArchive& operator>>(CArchive& ar, CRawSigRec*& rec);
 CArchive& operator>>(CArchive& ar, CFmtSigRec*& rec);

@@ -32,6 +32,7 @@ struct CSigFileProbe {
 // it understands; an option it cannot honour makes it fail with a message.
 struct CSigFileCopyOptions {
     std::string montage;                // reformatted montage; empty: the recording channels
+    std::vector<std::string> derives;   // computed channels "LABEL=FORMULA" (CComputedMontage)
     std::vector<std::string> channels;  // channel labels to keep, in this order; empty: all
     long firstRecord = 0;               // first record of the source
     long endRecord = -1;                // one past the last; -1: to the end

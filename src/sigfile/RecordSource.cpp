@@ -2,6 +2,7 @@
 
 #include "formula/RFMT.h"
 #include "montage/mtgs.h"
+#include "platform/Strings.h"
 #include "sigfile/SIGFILE.h"
 
 // ---------------------------------------------------------------------------
@@ -114,3 +115,53 @@ unsigned CDerivedSource::GetSamplesRec(unsigned channel) const {
 }
 unsigned CDerivedSource::GetType(unsigned channel) const { return m_engine ? m_engine->GetType(channel) : 0; }
 unsigned CDerivedSource::GetUnit(unsigned channel) const { return m_engine ? m_engine->GetUnit(channel) : 0; }
+
+// ---------------------------------------------------------------------------
+// CComputedMontage
+
+CComputedMontage::CComputedMontage() = default;
+CComputedMontage::~CComputedMontage() = default;
+
+bool CComputedMontage::Choose(const CSigFile& file, const std::string& montage, const std::vector<std::string>& derives,
+                             std::string& error) {
+    m_chosen = nullptr;
+    m_owned.reset();
+    const CPhysicalMontage* physical = file.GetPhysicalMontage();
+    CRecordingMontage* rec0 =
+        physical && physical->GetNumRecordingMontages() > 0 ? physical->GetRecordingMontageAt(0) : nullptr;
+    CReformatedMontage* named = nullptr;
+    if (!montage.empty() && !(rec0 && EqualsNoCase(montage, rec0->GetMontageName()))) {
+        named = rec0 ? rec0->GetReformatedMontage(montage.c_str()) : nullptr;
+        if (!named) {
+            error = "Montage inconnu : " + montage;
+            return false;
+        }
+    }
+    if (derives.empty()) {
+        m_chosen = named;
+        return true;
+    }
+    if (!rec0) {
+        error = "Aucun montage d'enregistrement : --derive ne peut calculer de canal";
+        return false;
+    }
+    // A montage of the command's own, over recording montage 0; the file's
+    // montages stay as they are.
+    m_owned = named ? std::make_unique<CReformatedMontage>(*named) : std::make_unique<CReformatedMontage>(rec0);
+    m_owned->SetRecordingMontage(rec0);
+    for (const std::string& d : derives) {
+        const size_t eq = d.find('=');
+        if (eq == std::string::npos || eq == 0 || eq + 1 == d.size()) {
+            error = "--derive : « " + d + " » n'est pas de la forme LIBELLÉ=FORMULE";
+            return false;
+        }
+        const std::string label = d.substr(0, eq), formula = d.substr(eq + 1);
+        if (!m_owned->AddChannel(label.c_str(), formula.c_str(), 0)) {
+            error = "--derive : impossible de calculer « " + label + " » = " + formula;
+            return false;
+        }
+    }
+    m_chosen = m_owned.get();
+    return true;
+}
+

@@ -24,6 +24,7 @@
 
 class CSigFile;
 class CLogicalMontage;
+class CReformatedMontage;
 class CCReformater;
 class CFilter;
 
@@ -92,4 +93,24 @@ private:
     std::vector<const CFmtSigRec*> m_pointers;
     long m_next = 0;          // the record whose read continues without a restart
     bool m_started = false;
+};
+
+// The channels a caller computes with the formula engine: the reformatted
+// montage of recording montage 0 named `montage`, extended by channels given
+// as "LABEL=FORMULA" texts (formulas over the recording channels, named by
+// electrode 1, with the built-in functions and filters).  Without either,
+// Get() is null: the recorded channels themselves.  The file's own montages
+// are never changed; a montage extended by formulas belongs to this object.
+class CComputedMontage {
+public:
+    CComputedMontage();
+    ~CComputedMontage();
+    // False with a French message in error.
+    bool Choose(const CSigFile& file, const std::string& montage, const std::vector<std::string>& derives,
+                std::string& error);
+    CReformatedMontage* Get() const { return m_chosen; }
+
+private:
+    std::unique_ptr<CReformatedMontage> m_owned;
+    CReformatedMontage* m_chosen = nullptr;
 };

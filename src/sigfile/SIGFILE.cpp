@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "platform/Assert.h"
 #include "platform/FileOps.h"
@@ -13,6 +14,25 @@
 #include "platform/Strings.h"
 
 IMPLEMENT_DYNAMIC(CSigFile, CObject)
+
+int CSigFile::ReadDigital(CDigSigRec* record) {
+    if (!record) return 0;
+    std::unique_ptr<CRawSigRec> raw(CreateCompatibleRawSigRec());
+    if (!raw || !Read(raw.get())) return 0;
+    const unsigned channels = raw->GetNumChannels();
+    bool same = record->GetNumChannels() == channels;
+    for (unsigned c = 0; same && c < channels; ++c) same = record->GetNumSamples(c) == raw->GetNumSamples(c);
+    if (!same) {
+        std::vector<unsigned short> counts(channels);
+        for (unsigned c = 0; c < channels; ++c) counts[c] = static_cast<unsigned short>(raw->GetNumSamples(c));
+        record->Create(channels, counts.data());
+    }
+    record->SetTime(raw->GetTime());
+    const short* in = raw->GetData();
+    LONG* out = record->GetData();
+    for (unsigned i = 0, n = raw->GetTotalSamples(); i < n; ++i) out[i] = in[i];
+    return 1;
+}
 
 // ---------------------------------------------------------------------------
 // Messages

@@ -186,6 +186,10 @@ public:
     // The file's own description of a record channel; 0 when there is no
     // such channel.
     virtual int GetChannelInfo(unsigned channel, CSigChannelInfo* info) const;
+    // The current record's stored samples as integers, exact whatever their
+    // width (GetChannelInfo gives each channel's digital range and bits).
+    // The default widens the raw 16-bit record.
+    virtual int ReadDigital(CDigSigRec* record);
     // Departures from the format's standard that opening tolerated, one
     // French line each (shown by check); none by default.
     virtual void GetFormatNotes(CStringArray* notes) const;

@@ -22,6 +22,10 @@ int RunCheck(const std::string& name) {
                 GetSigFileFormatName(format), file->GetNumRecords(), file->GetNumChannels(), file->GetNumGroups(),
                 file->GetNumStatusItems());
     std::printf("duration: within 24 hours\n");
+    // What opening tolerated: departures of the file from its format's standard.
+    CStringArray notes;
+    file->GetFormatNotes(&notes);
+    for (int i = 0; i < notes.GetSize(); ++i) std::printf("tolerated: %s\n", notes[i].c_str());
 
     int problems = 0;
     CStringArray findings;

@@ -21,11 +21,6 @@ void RegisterSpectrumCommand(CLI::App& app);
 int PrintSpectralInfo(const std::string& file, bool json);
 void RegisterImportCommand(CLI::App& app);  // import IN.(edf|bdf) OUT.SIG [--resample]
 
-// Export to EDF+ (OUT ending .edf) or BDF+ (.bdf) for the export command:
-// montage "" is recording montage 0, records "A:B" (or "") the range.
-// Returns the exit status, the failure printed on standard error.
-int RunEdfExport(const std::string& file, const std::string& out, const std::string& montage,
-                 const std::string& records);
 void RegisterInfoCommands(CLI::App& app);     // info, events
 void RegisterExportCommand(CLI::App& app);
 void RegisterDemoCommand(CLI::App& app);

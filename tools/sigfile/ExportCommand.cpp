@@ -1,20 +1,25 @@
-// sigfile export FILE OUT.csv [--montage NAME] [--channel LABEL]...
-//                 [--records A:B] [--volts]
-// Calibrated samples of recording montage 0, or of one of its reformatted
-// montages computed by the formula engine, as CSV.
+// sigfile export FILE OUT [--montage NAME] [--derive LABEL=FORMULA]...
+//                 [--channel LABEL]... [--records A:B] [--volts]
+// OUT.csv: calibrated samples of the record channels, or of computed
+// channels (a reformatted montage, formulas given on the command line), as
+// CSV.  Any other output is written by the format its name chooses (EDF+,
+// BDF+, native recording) through the library's create-copy.
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "Commands.h"
-#include "platform/Paths.h"
 #include "ToolSupport.h"
-#include "formula/RFMT.h"
 #include "montage/mtgs.h"
 #include "platform/Messages.h"
+#include "platform/Paths.h"
 #include "platform/Strings.h"
 #include "records/SigRec.h"
+#include "sigfile/FormatDriver.h"
+#include "sigfile/RecordSource.h"
 
 namespace sigfile_tool {
 namespace {
@@ -23,6 +28,7 @@ struct ExportOptions {
     std::string file;
     std::string out;
     std::string montage;
+    std::vector<std::string> derives;
     std::vector<std::string> channels;
     std::string records;
     bool volts = false;
@@ -56,80 +62,89 @@ std::string CsvField(const std::string& text) {
 // One exported channel: where its samples are in the record that holds them.
 struct Column {
     std::string label;
+    std::string alias;   // another name that selects it (the montage's label)
     unsigned channel;    // channel of the recording record or output of the compiler
-    unsigned frequency;
+    double frequency;
     unsigned samples;    // per record
 };
 
-// Reads record q of the file into rec (calibrated, or in volts); a record
-// outside the recording reads as zeros, timed as if it were there.
-class RecordSource {
+// Lines of text gathered into a buffer written in large blocks.  Numbers
+// are formatted with to_chars, which gives the text of printf's "%.9g" and
+// "%.6f" at a fraction of its cost.
+class LineWriter {
 public:
-    RecordSource(CSigFile& file, bool volts, double recordSeconds)
-        : m_file(file), m_volts(volts), m_recordSeconds(recordSeconds) {}
-
-    bool Read(long q, CFmtSigRec& rec) {
-        if (q >= 0 && q < m_file.GetNumRecords()) {
-            m_file.MoveTo(q);
-            return m_volts ? m_file.ReadAsVolts(&rec) != 0 : m_file.Read(&rec) != 0;
-        }
-        if (!m_haveOrigin) {
-            std::unique_ptr<CFmtSigRec> first(m_file.CreateCompatibleFmtSigRec());
-            m_file.MoveTo(0);
-            if (m_file.GetNumRecords() > 0 && first && m_file.Read(first.get())) m_origin = first->GetTime();
-            m_haveOrigin = true;
-        }
-        rec.SetAll(0.0f);
-        rec.SetTime(m_origin + CSTimeSpan(static_cast<double>(q) * m_recordSeconds));
-        return true;
+    explicit LineWriter(FILE* out) : m_out(out) { m_buffer.reserve(kBlock + 4096); }
+    ~LineWriter() { Drain(); }
+    void Time(double seconds) { Put(seconds, std::chars_format::fixed, 6); }
+    void Value(float value) {
+        m_buffer.push_back(',');
+        Put(static_cast<double>(value), std::chars_format::general, 9);
+    }
+    void EndLine() {
+        m_buffer.push_back('\n');
+        if (m_buffer.size() >= kBlock) Drain();
+    }
+    void Drain() {
+        if (!m_buffer.empty()) std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_out);
+        m_buffer.clear();
     }
 
 private:
-    CSigFile& m_file;
-    bool m_volts;
-    double m_recordSeconds;
-    bool m_haveOrigin = false;
-    CSDateTime m_origin;
+    static constexpr size_t kBlock = 1 << 20;
+    void Put(double v, std::chars_format format, int precision) {
+        char text[64];
+        const auto res = std::to_chars(text, text + sizeof text, v, format, precision);
+        m_buffer.append(text, res.ptr);
+    }
+    FILE* m_out;
+    std::string m_buffer;
 };
 
 // Writes the lines of one record: the time, then each column's sample.
-void WriteRecordLines(FILE* out, long record, double recordSeconds, const std::vector<Column>& columns,
+void WriteRecordLines(LineWriter& out, long record, double recordSeconds, const std::vector<Column>& columns,
                       const CFmtSigRec& rec) {
     const unsigned samples = columns.front().samples;
     const double frequency = columns.front().frequency;
     for (unsigned s = 0; s < samples; ++s) {
-        std::fprintf(out, "%.6f", static_cast<double>(record) * recordSeconds + s / frequency);
-        for (const Column& col : columns) std::fprintf(out, ",%.9g", static_cast<double>(rec.GetAt(col.channel, s)));
-        std::fputc('\n', out);
+        out.Time(static_cast<double>(record) * recordSeconds + s / frequency);
+        for (const Column& col : columns) out.Value(rec.GetAt(col.channel, s));
+        out.EndLine();
     }
 }
 
 class Exporter {
 public:
-    Exporter(const ExportOptions& opt, CSigFile& file, const CRecordingMontage& rec0)
-        : m_opt(opt), m_file(file), m_rec0(rec0) {}
+    Exporter(const ExportOptions& opt, CSigFile& file) : m_opt(opt), m_file(file) {}
 
     int Run() {
-        CReformatedMontage* ref = nullptr;
-        if (!m_opt.montage.empty() && !EqualsNoCase(m_opt.montage, m_rec0.GetMontageName())) {
-            ref = m_rec0.GetReformatedMontage(m_opt.montage.c_str());
-            if (!ref) return Failure("Montage inconnu : " + m_opt.montage);
-        }
-        if (ref) {
-            m_compiler = std::make_unique<CCReformater>();
-            if (!m_compiler->Compile(ref)) {
-                std::string text = "Impossible de calculer le montage " + m_opt.montage;
-                for (const CString& d : m_compiler->GetDiagnostics()) text += "\n" + d;
-                return Failure(text);
-            }
-        }
+        std::string error;
+        if (!m_computed.Choose(m_file, m_opt.montage, m_opt.derives, error)) return Failure(error);
+        const CRecordSource::Unit unit = m_opt.volts ? CRecordSource::Unit::Volts : CRecordSource::Unit::World;
         std::vector<Column> all;
-        if (ref) {
-            for (unsigned c = 0; c < m_compiler->GetNumChannels(); ++c)
-                all.push_back({ref->GetLabel(c), c, m_compiler->GetFrequency(c), m_compiler->GetSamplesRec(c)});
+        if (CReformatedMontage* ref = m_computed.Get()) {
+            m_derived = std::make_unique<CDerivedSource>(m_file, ref, unit);
+            if (!m_derived->Compile(&error)) {
+                const std::string name = m_opt.montage.empty() ? std::string("--derive") : m_opt.montage;
+                return Failure("Impossible de calculer le montage " + name + (error.empty() ? "" : "\n" + error));
+            }
+            const double seconds = m_file.GetRecordDuration();
+            for (unsigned c = 0; c < m_derived->GetNumChannels(); ++c) {
+                const unsigned n = m_derived->GetSamplesRec(c);
+                all.push_back({m_derived->GetLabel(c), "", c, seconds > 0 ? n / seconds : 0.0, n});
+            }
         } else {
-            for (unsigned c = 0; c < m_rec0.GetNumChannels() && c < m_file.GetNumChannels(); ++c)
-                all.push_back({m_rec0.GetLabel(c), c, m_rec0.GetFrequency(c), m_file.GetSamplesChannel(c)});
+            m_source = std::make_unique<CRecordSource>(m_file, unit);
+            const CPhysicalMontage* physical = m_file.GetPhysicalMontage();
+            for (unsigned c = 0; c < m_file.GetNumChannels(); ++c) {
+                // The montage's label selects the channel too ("Fp1-REF" for "EEG Fp1-REF").
+                std::string alias;
+                const unsigned m = c / kMaxMontageChannels, k = c % kMaxMontageChannels;
+                if (physical && int(m) < physical->GetNumRecordingMontages() &&
+                    k < physical->GetRecordingMontageAt(int(m))->GetNumChannels())
+                    alias = physical->GetRecordingMontageAt(int(m))->GetLabel(k);
+                all.push_back({ChannelLabel(m_file, c), alias, c, m_file.GetChannelFrequency(c),
+                               m_file.GetSamplesChannel(c)});
+            }
         }
         if (!SelectColumns(all)) return 1;
         if (!CheckFrequencies()) return 1;
@@ -141,7 +156,7 @@ public:
                 return Failure(StrFormat("Intervalle d'enregistrements invalide %ld:%ld (l'enregistrement en compte %ld)",
                                          first, last, m_file.GetNumRecords()));
         }
-        m_recordSeconds = static_cast<double>(m_rec0.GetSamplesRecord()) / m_rec0.GetBaseFrequency();
+        m_recordSeconds = m_file.GetRecordDuration();
 
         ReplacingOutput out(m_opt.out);
         if (!out.Open()) return FileFailure(m_opt.out);
@@ -149,7 +164,7 @@ public:
         for (const Column& col : m_columns) header += "," + CsvField(col.label);
         std::fprintf(out.Stream(), "%s\n", header.c_str());
         ProgressBar bar("export", static_cast<unsigned long long>(last - first));
-        int ok = ref ? WriteComputed(out.Stream(), first, last, bar) : WriteRecorded(out.Stream(), first, last, bar);
+        int ok = WriteRecords(out.Stream(), first, last, bar);
         bar.Finish();
         if (!ok) return 1;
         if (std::ferror(out.Stream()) || !out.Commit()) return FileFailure(m_opt.out);
@@ -178,6 +193,8 @@ private:
                         found = &col;
                         break;
                     }
+                for (const Column& col : all)
+                    if (!found && !col.alias.empty() && EqualsNoCase(col.alias, label)) found = &col;
                 if (!found) {
                     Fail("Canal inconnu : " + label);
                     return false;
@@ -193,15 +210,15 @@ private:
     }
 
     bool CheckFrequencies() const {
-        std::vector<unsigned> found;
+        std::vector<double> found;
         for (const Column& col : m_columns) {
             bool known = false;
-            for (unsigned f : found) known = known || f == col.frequency;
+            for (double f : found) known = known || f == col.frequency;
             if (!known) found.push_back(col.frequency);
         }
         if (found.size() == 1) return true;
         std::string text = "Les canaux exportés n'ont pas la même fréquence d'échantillonnage :";
-        for (size_t i = 0; i < found.size(); ++i) text += StrFormat("%s %u Hz", i ? "," : "", found[i]);
+        for (size_t i = 0; i < found.size(); ++i) text += StrFormat("%s %g Hz", i ? "," : "", found[i]);
         Fail(text);
         return false;
     }
@@ -211,44 +228,14 @@ private:
         return false;
     }
 
-    int WriteRecorded(FILE* out, long first, long last, ProgressBar& bar) {
-        std::unique_ptr<CFmtSigRec> rec(m_file.CreateCompatibleFmtSigRec());
-        RecordSource source(m_file, m_opt.volts, m_recordSeconds);
+    int WriteRecords(FILE* out, long first, long last, ProgressBar& bar) {
+        std::unique_ptr<CFmtSigRec> rec(m_derived ? m_derived->CreateCompatibleFmtSigRec()
+                                                  : m_source->CreateCompatibleFmtSigRec());
+        LineWriter lines(out);
         for (long r = first; r < last; ++r) {
-            if (!rec || !source.Read(r, *rec)) return ReadFailure(r);
-            WriteRecordLines(out, r, m_recordSeconds, m_columns, *rec);
-            bar.Update(static_cast<unsigned long long>(r - first + 1));
-        }
-        return 1;
-    }
-
-    // The compiler needs the records from GetFirstRecOfs() to GetLastRecOfs()
-    // around the current one: the whole span for the first record, then only
-    // the newest record of each following one.
-    int WriteComputed(FILE* out, long first, long last, ProgressBar& bar) {
-        RecordSource source(m_file, m_opt.volts, m_recordSeconds);
-        const int firstOfs = m_compiler->GetFirstRecOfs();
-        const int span = m_compiler->GetSpanLength();
-        std::vector<std::unique_ptr<CFmtSigRec>> inputs;
-        std::vector<const CFmtSigRec*> pointers;
-        for (int k = 0; k < span; ++k) {
-            inputs.emplace_back(m_file.CreateCompatibleFmtSigRec());
-            pointers.push_back(inputs.back().get());
-        }
-        std::unique_ptr<CFmtSigRec> output(m_compiler->CreateCompatibleFmtSigRec());
-        for (long r = first; r < last; ++r) {
-            const bool restart = r == first;
-            const int count = restart ? span : (span > 0 ? 1 : 0);
-            for (int k = 0; k < count; ++k) {
-                // Restart: offsets firstOfs .. lastOfs; then the newest, at lastOfs.
-                const long q = restart ? r + firstOfs + k : r + m_compiler->GetLastRecOfs();
-                if (!source.Read(q, *inputs[static_cast<size_t>(k)])) return ReadFailure(q);
-            }
-            if (!m_compiler->Eval(span > 0 ? pointers.data() : nullptr, output.get(), restart ? 1 : 0)) {
-                Fail(StrFormat("Calcul impossible de l'enregistrement %ld", r));
-                return 0;
-            }
-            WriteRecordLines(out, r, m_recordSeconds, m_columns, *output);
+            const int ok = m_derived ? m_derived->Read(r, *rec) : m_source->Read(r, *rec);
+            if (!rec || !ok) return ReadFailure(r);
+            WriteRecordLines(lines, r, m_recordSeconds, m_columns, *rec);
             bar.Update(static_cast<unsigned long long>(r - first + 1));
         }
         return 1;
@@ -256,38 +243,57 @@ private:
 
     const ExportOptions& m_opt;
     CSigFile& m_file;
-    const CRecordingMontage& m_rec0;
-    std::unique_ptr<CCReformater> m_compiler;
+    CComputedMontage m_computed;
+    std::unique_ptr<CRecordSource> m_source;
+    std::unique_ptr<CDerivedSource> m_derived;
     std::vector<Column> m_columns;
     double m_recordSeconds = 0.0;
 };
+
+// Any output but CSV: the format its name chooses writes it.
+int RunCreateCopy(const ExportOptions& opt) {
+    CSigFileCopyOptions options;
+    options.montage = opt.montage;
+    options.channels = opt.channels;
+    options.derives = opt.derives;
+    if (!opt.records.empty()) ParseRange(opt.records, options.firstRecord, options.endRecord);
+    SigFilePtr file = OpenForReading(opt.file);
+    if (!file) return 1;
+    std::string error;
+    ProgressInfoBar progress("export");
+    const int ok = CreateSigFileCopy(file.get(), opt.out.c_str(), options, &error, &progress);
+    progress.Finish();
+    if (ok) return 0;
+    PrintError(error);
+    return 1;
+}
 
 }  // namespace
 
 void RegisterExportCommand(CLI::App& app) {
     auto opt = std::make_shared<ExportOptions>();
-    auto* cmd = app.add_subcommand("export", "write calibrated samples as CSV, or the recording as EDF+/BDF+");
+    auto* cmd = app.add_subcommand("export", "write calibrated samples as CSV, or the recording as EDF+, BDF+ or native");
     cmd->add_option("FILE", opt->file, "recording file")->required();
-    cmd->add_option("OUT", opt->out, "CSV, EDF+ (.edf) or BDF+ (.bdf) file to write")->required();
+    cmd->add_option("OUT", opt->out, "CSV, EDF+ (.edf), BDF+ (.bdf) or native (.SIG) file to write")->required();
     cmd->add_option("--montage", opt->montage, "reformatted montage whose channels are computed");
+    cmd->add_option("--derive", opt->derives, "a computed channel LABEL=FORMULA (repeatable)")->allow_extra_args(false);
     cmd->add_option("--channel", opt->channels, "label of a channel to export (repeatable)")->allow_extra_args(false);
     cmd->add_option("--records", opt->records, "records A to B - 1")
         ->check([](const std::string& text) {
             long a, b;
             return ParseRange(text, a, b) ? std::string() : std::string("expected A:B, two record numbers");
         });
-    cmd->add_flag("--volts", opt->volts, "values in volts instead of world units");
+    cmd->add_flag("--volts", opt->volts, "values in volts instead of world units (CSV)");
     cmd->callback([opt] {
-        // EDF+ and BDF+ outputs take the montage and the record range only.
-        std::string ext = ToUpper(ExtractExt(opt->out));
-        if (ext == ".EDF" || ext == ".BDF") {
-            if (!opt->channels.empty() || opt->volts) {
-                std::fprintf(stderr, "--channel and --volts apply to CSV output only\n");
-                std::fprintf(stderr, "usage: sigfile export FILE OUT.edf|OUT.bdf [--montage NAME] [--records A:B]\n");
+        if (!EqualsNoCase(ExtractExt(opt->out), ".csv") && GetSigFileDriverForOutput(opt->out.c_str())) {
+            if (opt->volts) {
+                std::fprintf(stderr, "--volts applies to CSV output only\n");
+                std::fprintf(stderr, "usage: sigfile export FILE OUT.edf|OUT.bdf|OUT.SIG [--montage NAME] "
+                                     "[--derive LABEL=FORMULA]... [--channel LABEL]... [--records A:B]\n");
                 g_exitStatus = 2;
                 return;
             }
-            g_exitStatus = RunEdfExport(opt->file, opt->out, opt->montage, opt->records);
+            g_exitStatus = RunCreateCopy(*opt);
             return;
         }
         g_exitStatus = 1;
@@ -297,14 +303,11 @@ void RegisterExportCommand(CLI::App& app) {
         }
         SigFilePtr file = OpenForReading(opt->file);
         if (!file) return;
-        const CPhysicalMontage* physical = file->GetPhysicalMontage();
-        const CRecordingMontage* rec0 =
-            physical && physical->GetNumRecordingMontages() > 0 ? physical->GetRecordingMontageAt(0) : nullptr;
-        if (!rec0 || rec0->GetBaseFrequency() == 0) {
-            CSigFile::ErrorMessageBox(opt->file.c_str(), ERROR_BAD_FORMAT);
+        if (file->GetNumChannels() == 0) {
+            Fail(opt->file + " : aucun canal à exporter");
             return;
         }
-        g_exitStatus = Exporter(*opt, *file, *rec0).Run();
+        g_exitStatus = Exporter(*opt, *file).Run();
     });
 }
 

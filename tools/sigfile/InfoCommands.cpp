@@ -36,10 +36,41 @@ const CRecordingMontage* FirstRecordingMontage(const CSigFile& file) {
     return physical->GetRecordingMontageAt(0);
 }
 
+// Native recordings count in whole base-frequency samples; other formats
+// give their own record duration (fractional rates, sub-hertz rates).
 double DurationSeconds(const CSigFile& file) {
+    if (file.GetFormat() != SIGFILE_FORMAT_NATIVE) return static_cast<double>(file.GetNumRecords()) * file.GetRecordDuration();
     const CRecordingMontage* rec = FirstRecordingMontage(file);
     if (!rec || rec->GetBaseFrequency() == 0) return 0.0;
     return static_cast<double>(file.GetNumRecords()) * rec->GetSamplesRecord() / rec->GetBaseFrequency();
+}
+
+// The file's own description of every record channel.
+Json SignalsJson(const CSigFile& file) {
+    Json signals = Json::array();
+    for (unsigned c = 0; c < file.GetNumChannels(); ++c) {
+        CSigChannelInfo info;
+        if (!file.GetChannelInfo(c, &info)) continue;
+        signals.push_back(Json{{"label", info.label},
+                               {"unit", info.unit},
+                               {"transducer", info.transducer},
+                               {"prefilter", info.prefilter},
+                               {"frequency", info.frequency},
+                               {"physical_min", info.physicalMin},
+                               {"physical_max", info.physicalMax},
+                               {"digital_min", info.digitalMin},
+                               {"digital_max", info.digitalMax},
+                               {"bits", info.bits}});
+    }
+    return signals;
+}
+
+Json NotesJson(const CSigFile& file) {
+    CStringArray notes;
+    file.GetFormatNotes(&notes);
+    Json j = Json::array();
+    for (int i = 0; i < notes.GetSize(); ++i) j.push_back(notes[i]);
+    return j;
 }
 
 Json HeaderJson(const CFileHeader* h) {
@@ -127,6 +158,10 @@ Json InfoJson(const std::string& name, CSigFile& file) {
     j["base_frequency"] = rec0 ? rec0->GetBaseFrequency() : 0;
     j["record_size"] = file.GetSigCoDec() ? file.GetSigCoDec()->GetCompRecSize() : 0;
     j["duration_s"] = DurationSeconds(file);
+    j["format_name"] = GetSigFileFormatName(file.GetFormat());
+    j["record_duration_s"] = file.GetRecordDuration();
+    j["signals"] = SignalsJson(file);
+    j["notes"] = NotesJson(file);
 
     const CPhysicalMontage* physical = file.GetPhysicalMontage();
     Json pm = Json::object();
@@ -189,9 +224,17 @@ void PrintInfoText(const std::string& name, CSigFile& file) {
         const CRecordingMontage* rec = physical->GetRecordingMontageAt(m);
         if (!rec) continue;
         std::printf("recording montage %d \"%s\": %u channels\n", m, rec->GetMontageName(), rec->GetNumChannels());
-        for (unsigned c = 0; c < rec->GetNumChannels(); ++c)
-            std::printf("  %-17s %4u Hz  %-6s %s\n", rec->GetLabel(c).c_str(), rec->GetFrequency(c),
+        for (unsigned c = 0; c < rec->GetNumChannels(); ++c) {
+            std::printf("  %-17s %4u Hz  %-6s %s", rec->GetLabel(c).c_str(), rec->GetFrequency(c),
                         VhlGetTraceTypeName(rec->GetType(c)), VhlGetUnitName(rec->GetUnit(c)));
+            // What the file itself says, where the montage rounds it.
+            CSigChannelInfo info;
+            const unsigned channel = static_cast<unsigned>(m) * kMaxMontageChannels + c;
+            if (file.GetFormat() != SIGFILE_FORMAT_NATIVE && file.GetChannelInfo(channel, &info))
+                std::printf("   [%s, %.9g Hz, %s, %u bits]", info.label.c_str(), info.frequency, info.unit.c_str(),
+                            info.bits);
+            std::printf("\n");
+        }
         for (unsigned r = 0; r < rec->GetNumReformatedMontages(); ++r) {
             const CReformatedMontage* ref = rec->GetReformatedMontageAt(r);
             if (ref)
@@ -199,6 +242,9 @@ void PrintInfoText(const std::string& name, CSigFile& file) {
                             ref->GetNumChannels(), ref->GetNumGlobals());
         }
     }
+    CStringArray notes;
+    file.GetFormatNotes(&notes);
+    for (int i = 0; i < notes.GetSize(); ++i) std::printf("tolerated:   %s\n", notes[i].c_str());
     const auto counts = ItemsPerGroup(file);
     std::printf("status groups: %u, events: %u\n", file.GetNumGroups(), file.GetNumStatusItems());
     for (unsigned g = 0; g < file.GetNumGroups(); ++g) {

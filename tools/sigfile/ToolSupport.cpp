@@ -12,6 +12,8 @@
 #include "platform/FileOps.h"
 #include "platform/Messages.h"
 #include "platform/Paths.h"
+#include "platform/Strings.h"
+#include "montage/mtgs.h"
 
 namespace sigfile_tool {
 
@@ -103,6 +105,11 @@ bool ReplacingOutput::Commit() {
     if (!MoveFileReplace(m_temp, m_target)) return false;
     m_committed = true;
     return true;
+}
+
+std::string ChannelLabel(const CSigFile& file, unsigned channel) {
+    CSigChannelInfo info;
+    return file.GetChannelInfo(channel, &info) ? info.label : std::string();
 }
 
 double FloatForJson(float value) {

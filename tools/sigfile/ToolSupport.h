@@ -6,8 +6,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "sigfile/SIGFILE.h"
+
+class CReformatedMontage;
 
 namespace sigfile_tool {
 
@@ -78,6 +81,9 @@ private:
     FILE* m_stream = nullptr;
     bool m_committed = false;
 };
+
+// The label of a record channel as its file names it.
+std::string ChannelLabel(const CSigFile& file, unsigned channel);
 
 // A float as the shortest decimal text that reads back as the same float,
 // converted to double (so that 0.0032767f prints as 0.0032767).

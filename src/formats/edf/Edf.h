@@ -117,6 +117,10 @@ struct EdfAnnotation {
 // one 16-bit step; 0 means the value's own magnitude).
 bool FormatEdfNumber(double value, int width, std::string& text, double scale = 0);
 
+// The value of the most precise plain decimal text of at most `width`
+// characters for a value (NaN when even its integer part does not fit).
+double RoundEdfNumber(double value, int width);
+
 // Parses a number field: optional spaces around a plain decimal ("-12.5",
 // "+3", ".5", "7.").  False for anything else (an exponent included).
 bool ParseEdfNumber(const std::string& field, double& value);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "formats/edf/Edf.h"
+#include "formats/edf/EdfExport.h"
 #include "formats/edf/EdfSigFile.h"
 #include "platform/FileOps.h"
 #include "platform/Messages.h"
@@ -99,6 +100,16 @@ CSigQuickInfo* QuickInfoEdf(const char* name, long* error) {
     return info;
 }
 
+int CopyToEdf(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
+              CProgressInfo* progress) {
+    return edf::CreateEdfCopy(source, to, options, edf::EdfFormat::EdfPlus, error, progress);
+}
+
+int CopyToBdf(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
+              CProgressInfo* progress) {
+    return edf::CreateEdfCopy(source, to, options, edf::EdfFormat::BdfPlus, error, progress);
+}
+
 const char* const kEdfExtensions[] = {".EDF", nullptr};
 const char* const kBdfExtensions[] = {".BDF", nullptr};
 
@@ -113,7 +124,8 @@ extern const CSigFileDriver g_edfDriver = {.format = SIGFILE_FORMAT_EDF,
                                     .Delete = DeleteEdf,
                                     .Copy = CopyEdf,
                                     .Rename = RenameEdf,
-                                    .GetFileQuickInfo = QuickInfoEdf};
+                                    .GetFileQuickInfo = QuickInfoEdf,
+                                    .CreateCopy = CopyToEdf};
 extern const CSigFileDriver g_bdfDriver = {.format = SIGFILE_FORMAT_BDF,
                                     .name = "bdf",
                                     .description = "BDF / BDF+ (24-bit samples)",
@@ -123,4 +135,5 @@ extern const CSigFileDriver g_bdfDriver = {.format = SIGFILE_FORMAT_BDF,
                                     .Delete = DeleteEdf,
                                     .Copy = CopyEdf,
                                     .Rename = RenameEdf,
-                                    .GetFileQuickInfo = QuickInfoEdf};
+                                    .GetFileQuickInfo = QuickInfoEdf,
+                                    .CreateCopy = CopyToBdf};

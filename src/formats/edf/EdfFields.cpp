@@ -108,6 +108,21 @@ bool FormatEdfNumber(double value, int width, std::string& text, double scale) {
     return false;
 }
 
+double RoundEdfNumber(double value, int width) {
+    if (!std::isfinite(value)) return std::nan("");
+    for (int decimals = width; decimals >= 0; --decimals) {
+        std::string s = Fixed(value, decimals);
+        if (s.size() > size_t(width)) {
+            if (s.rfind("0.", 0) == 0) s.erase(0, 1);
+            else if (s.rfind("-0.", 0) == 0) s.erase(1, 1);
+        }
+        if (s.size() > size_t(width)) continue;
+        double back = 0;
+        if (ParseEdfNumber(s, back)) return back;
+    }
+    return std::nan("");
+}
+
 bool ParseEdfNumber(const std::string& field, double& value) {
     return ParseDecimal(Trim(field), true, value);
 }

@@ -277,6 +277,7 @@ void CEdfSigFile::Describe() {
         const unsigned frequency = unsigned(std::clamp(std::lround(GetChannelFrequency(unsigned(i))), 1L, 65535L));
         rec->AppendChannelConfirmed(parts[i].elec1.c_str(), parts[i].elec2.c_str(), type, unit, frequency, 0, 0,
                                     s.prefilter.c_str());
+        rec->SetSamplesChannelConfirmed(rec->GetNumChannels() - 1, m_channels[i].samples);
         if (i < kMaxMontageChannels) {
             const Channel& ch = m_channels[i];
             const long ad1 = long(LONGLONG(s.digitalMin) >> ch.shift), ad2 = long(LONGLONG(s.digitalMax) >> ch.shift);
@@ -459,6 +460,29 @@ int CEdfSigFile::ReadValues(CFmtSigRec* record, bool volts) {
         } else {
             for (unsigned i = 0; i < n; ++i, p += 3) out[i] = float(double(Sample24(p)) * scale + offset);
         }
+    }
+    return 1;
+}
+
+int CEdfSigFile::ReadDigital(CDigSigRec* record) {
+    if (!record || IsIOError() || !m_pCoDec) return 0;
+    const long current = GetCurrentRecord();
+    if (current < 0 || current >= GetNumRecords()) return 0;
+    unsigned part = 0;
+    const BYTE* bytes = RecordBytes(current, part);
+    if (!bytes) return 0;
+    bool same = record->GetNumChannels() == m_channels.size();
+    for (unsigned c = 0; same && c < m_channels.size(); ++c) same = record->GetNumSamples(c) == m_channels[c].samples;
+    if (!same) record->Create(m_pCoDec->GetNumChannels(), m_pCoDec->GetSamplesChannel());
+    record->SetTime(RecordTime(current));
+    for (unsigned c = 0; c < m_channels.size(); ++c) {
+        const Channel& ch = m_channels[c];
+        LONG* out = record->GetAt(c);
+        const BYTE* p = bytes + ch.offset + size_t(part) * ch.samples * size_t(m_width);
+        if (m_width == 2)
+            for (unsigned i = 0; i < ch.samples; ++i, p += 2) out[i] = Sample16(p);
+        else
+            for (unsigned i = 0; i < ch.samples; ++i, p += 3) out[i] = Sample24(p);
     }
     return 1;
 }

@@ -63,6 +63,7 @@ public:
     int Read(CRawSigRec* record) override { return CIntSigFile::Read(record); }
     int Read(CByteArray* bytes) override { return CIntSigFile::Read(bytes); }
     int ReadAsVolts(CFmtSigRec* record) override;
+    int ReadDigital(CDigSigRec* record) override;
 
     unsigned GetFormat() const override;
     double GetRecordDuration() const override { return m_subDuration; }

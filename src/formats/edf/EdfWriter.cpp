@@ -95,9 +95,16 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
     else if (IsBdf(f)) reserved = "24BIT";
     out += Pad(reserved, 44);
     if (!IntegerField(recordCount, 8, out, "number of data records", error)) return false;
-    if (!(header.recordDuration > 0) ||
-        !NumberField(header.recordDuration, header.recordDuration * 1e-3, out, "duration of a data record", error))
+    if (header.recordDuration == 0 && signals.empty() && plus) {
+        // Annotations only: records of no duration, as the standard allows.
+        out += Pad("0", 8);
+    } else if (!(header.recordDuration > 0)) {
+        error = StrFormat("duration of a data record : %.10g s n'est pas une durée positive", header.recordDuration);
         return false;
+    } else if (!NumberField(header.recordDuration, header.recordDuration * 1e-3, out, "duration of a data record",
+                            error)) {
+        return false;
+    }
     out += Pad(std::to_string(ns), 4);
 
     // Per-signal fields, each field for every signal in turn.

@@ -6,4 +6,5 @@
 enum : UINT {
     IDS_ERR_NO_OUTPUT_FORMAT = 30000,  // name of the output
     IDS_ERR_FORMAT_READ_ONLY = 30001,  // format name
+    IDS_ERR_OUTPUT_IS_SOURCE = 30002,  // output, recording
 };

@@ -57,9 +57,10 @@ void MakeRecording(const std::string& name, long records = 20) {
     f->AddGroup(notes);
     f->AddGroup(marks);
     f->AddGroup(stages);
+    // Item times follow the record times (the gap included).
+    auto at = [](LONG s) { return kStart + CSTimeSpan(s / 256.0 + (s >= 12 * 64 ? 3.0 : 0.0)); };
     auto add = [&](CStatusGroup* g, LONG b, LONG e, const char* text) {
-        f->AddStatusItem(new CStatusItem(g, b, kStart + CSTimeSpan(b / 256.0), e, kStart + CSTimeSpan(e / 256.0), "",
-                                         text, "", 0, 1));
+        f->AddStatusItem(new CStatusItem(g, b, at(b), e, at(e), "", text, "", 0, 1));
     };
     add(notes, 5, 5, "Yeux fermés");
     add(notes, 100, 100, "Remarque: artefact");
