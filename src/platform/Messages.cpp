@@ -5,6 +5,7 @@
 #include <map>
 
 #include "platform/strings/EdfStrings.h"
+#include "platform/strings/NativeStrings.h"
 #include "platform/strings/RegistryStrings.h"
 
 namespace {
@@ -45,6 +46,7 @@ const std::map<UINT, std::string>& StringTable() {
         // The texts of later subsystems, one file each (platform/strings/README.md).
 #include "platform/strings/RegistryStrings.inc"
 #include "platform/strings/EdfStrings.inc"
+#include "platform/strings/NativeStrings.inc"
     };
     return table;
 }

@@ -38,6 +38,9 @@ struct CSigFileCopyOptions {
     long endRecord = -1;                // one past the last; -1: to the end
     bool resample = false;              // the user agrees to resample what does not fit
     bool volts = false;                 // values in volts rather than world units (text outputs)
+    // Receives, one French line each, what the copy had to do to fit the
+    // output's model (resampling, fitted resolutions, padding); may be null.
+    std::vector<std::string>* notes = nullptr;
 };
 
 struct CSigFileDriver {

@@ -58,6 +58,23 @@ int CSigFile::GetChannelInfo(unsigned channel, CSigChannelInfo* info) const {
         info->physicalMin = calibration->AdToWorld(channel, calibration->GetAdMin());
         info->physicalMax = calibration->AdToWorld(channel, calibration->GetAdMax());
     }
+    // A converted recording keeps how its source file described the
+    // channel, as long as the channel still has the label it came with.
+    for (unsigned g = 0; g < GetNumGroups(); ++g) {
+        const CStatusGroup* group = GetGroupAt(g);
+        if (!group || !EqualsNoCase(group->GetGroupID(), groupid::kChannelDescriptions)) continue;
+        const std::string value = group->GetGroupPropertyValueAt(StrFormat("CH%u", channel).c_str());
+        std::vector<std::string> parts;
+        size_t from = 0;
+        for (size_t at; (at = value.find('\x1F', from)) != std::string::npos; from = at + 1)
+            parts.push_back(value.substr(from, at - from));
+        parts.push_back(value.substr(from));
+        if (parts.size() >= 4 && rec && channel < rec->GetNumChannels() && parts[0] == rec->GetLabel(channel)) {
+            info->label = parts[1];
+            info->unit = parts[2];
+            info->transducer = parts[3];
+        }
+    }
     return 1;
 }
 

@@ -60,6 +60,7 @@ const GroupDefault kGroups[] = {
     {groupid::kSeizureDetection, "Seizure Detection", "Détection de crises", groupid::kSeizureSection},
     {groupid::kSeizureSection, "Seizure Section", "Sections analysées (crises)", ""},
     {groupid::kOffRecordingNotes, "Notes", "Notes hors enregistrement", ""},
+    {groupid::kChannelDescriptions, "Channel Descriptions", "Description des canaux dans leur fichier d'origine", ""},
 };
 
 struct KeyDesc {

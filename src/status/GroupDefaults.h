@@ -49,6 +49,11 @@ inline constexpr const char* kSeizureSection = "F902F02B-C627-4CD4-8EA4-5FCA871C
 // before the start or after the end of acquisition): their sample positions
 // are not checked against the recording.
 inline constexpr const char* kOffRecordingNotes = "412A523B-F05D-4848-B5F8-05E577A2BDEB";
+// A group without items whose properties keep how a converted recording's
+// channels were described in the file they came from ("CH<n>" = montage
+// label, label, dimension and transducer, separated by 0x1F), so that a
+// conversion back writes them as they were.
+inline constexpr const char* kChannelDescriptions = "C3E1A7D2-5B64-4F0A-9D8E-17B2F4A6C905";
 }  // namespace groupid
 
 // Default name and description of a well-known group ("" for any other id).

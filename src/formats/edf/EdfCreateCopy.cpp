@@ -231,8 +231,13 @@ bool Copier::ChooseSignals(std::string& error) {
                 plan.kind = Plan::Fitted;
                 s.digitalMin = lim0;
                 s.digitalMax = lim1;
-            } else if (!FitLimitsToFields(s, error)) {
-                return false;
+            } else if (std::string why; !FitLimitsToFields(s, why)) {
+                // Limits that 8 characters cannot hold closely enough (a
+                // range far from zero): the values are spread over the
+                // format's range instead, fitted to what the data use.
+                plan.kind = Plan::Fitted;
+                s.digitalMin = lim0;
+                s.digitalMax = lim1;
             }
             m_signals.push_back(s);
             m_plans.push_back(plan);

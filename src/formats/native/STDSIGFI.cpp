@@ -1,5 +1,7 @@
 #include "formats/native/STDSIGFI.h"
 
+#include "formats/native/NativeCreateCopy.h"
+
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -159,6 +161,38 @@ int CStdSigFile::HasDV(const char* name) {
 }
 
 // ---------------------------------------------------------------------------
+// Replacing a whole recording
+
+namespace {
+std::string JournalName(const std::string& base) { return base + ".$J$"; }
+}  // namespace
+
+void RecoverRecording(const std::string& sig) {
+    const std::string base = ExtractBase(sig);
+    RecoverFileSet(JournalName(base));
+    CleanLeftoverTemporaries(base);
+}
+
+int ReplaceRecording(const std::string& tempSig, const std::string& targetSig) {
+    const std::string from = ExtractBase(tempSig), to = ExtractBase(targetSig);
+    if (VhlCheckFileExist(SigName(to)) && IsLockedByWriter(SigName(to))) {
+        SetLastError(ERROR_SHARING_VIOLATION);
+        return 0;
+    }
+    std::vector<CFileMove> moves = {{SigName(from), SigName(to)}, {StsName(from), StsName(to)}};
+    CStringArray fromExt, toExt;
+    CSigFile::GetStsExtensions(tempSig.c_str(), &fromExt);
+    CSigFile::GetStsExtensions(targetSig.c_str(), &toExt);
+    for (const std::string& ext : fromExt) moves.push_back({from + ext, to + ext});
+    for (const std::string& ext : toExt)
+        if (std::find(fromExt.begin(), fromExt.end(), ext) == fromExt.end()) moves.push_back({"", to + ext});
+    // The working and transfer files of the recording replaced are its own.
+    for (const std::string& side : {WorkName(to), TransferName(to)})
+        if (VhlCheckFileExist(side)) moves.push_back({"", side});
+    return ReplaceFileSet(JournalName(to), moves) ? 1 : 0;
+}
+
+// ---------------------------------------------------------------------------
 // Opening
 
 CStdSigFile* CStdSigFile::Open(const char* name, int readOnly, long* error) {
@@ -170,6 +204,7 @@ CStdSigFile* CStdSigFile::Open(const char* name, int readOnly, long* error) {
             err = ERROR_INVALID_PARAMETER;
             ThrowGenericException("Failure due to invalid argument(s)");
         }
+        RecoverRecording(name);
         file.reset(new CStdSigFile(ExtractBase(name)));
         file->OpenFiles(readOnly);
     } catch (...) {
@@ -643,6 +678,11 @@ CSigFile* CreateNative(const char* name, CFileHeader* header, CPatientInfo* pati
     return CStdSigFile::Create(name, header, patient, montage, calibration, error);
 }
 
+int CopyToNative(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
+                 CProgressInfo* progress) {
+    return CreateNativeCopy(source, to, options, error, progress, options.notes);
+}
+
 int IdentifyNative(const CSigFileProbe& probe) { return CStdSigFile::IsValidFormat(probe.name); }
 const char* const kNativeExtensions[] = {".SIG", nullptr};
 }  // namespace
@@ -662,4 +702,5 @@ extern const CSigFileDriver g_nativeDriver = {.format = SIGFILE_FORMAT_NATIVE,
                                        .GetFileQuickInfo = CStdSigFile::GetFileQuickInfo,
                                        .GetDVSize = CStdSigFile::GetDVSize,
                                        .GetDVIdxSize = CStdSigFile::GetDVIdxSize,
-                                       .HasDV = CStdSigFile::HasDV};
+                                       .HasDV = CStdSigFile::HasDV,
+                                       .CreateCopy = CopyToNative};

@@ -35,6 +35,18 @@
 
 #include "sigfile/IntSigFile.h"
 
+// Puts the complete native recording `tempSig` (its ".SIG", ".STS" and
+// companions, forced to the disk) in place of the recording `targetSig`,
+// all or nothing (ReplaceFileSet; the journal is the target's ".$J$"): the
+// target's own companions, working and transfer files go with the old
+// recording.  Refused (0, last error 32) while a writer holds the target.
+int ReplaceRecording(const std::string& tempSig, const std::string& targetSig);
+// Finishes a replacement of the recording named by `sig` that a dead
+// process left half done, and deletes the temporaries that dead processes
+// left beside it.  Every open and every file operation of a native
+// recording calls it first.
+void RecoverRecording(const std::string& sig);
+
 class CStdSigFile : public CIntSigFile {
     DECLARE_DYNAMIC(CStdSigFile)
 public:
