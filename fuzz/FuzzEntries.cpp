@@ -20,9 +20,9 @@
 #include "platform/Strings.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
+#include "sigfile/FormatDriver.h"
 #include "sigfile/SIGFILE.h"
 #include "records/SigRec.h"
-#include "formats/edf/EdfImport.h"
 #include "formats/edf/EdfReader.h"
 #include "spectral/Csafile.h"
 #include "spectral/Specrec.h"
@@ -370,15 +370,27 @@ int Edf(const uint8_t* data, size_t size) {
         sink = sink + reader.RecordStart(r);
         if (!reader.ReadRecord(r, samples, error)) return 0;
     }
-    // Then the whole import into a native recording: rates, labels,
-    // calibration, annotations, and the record copy or re-cutting, with
-    // resampling allowed for every other input.
+    // Then the file as a recording (CSigFile::Open through the registry):
+    // every record read formatted and as stored, and the whole import into
+    // a native recording, with resampling allowed for every other input.
     if (reader.RecordCount() > kMaxRecords) return 1;
     reader.Close();
+    {
+        CSigFilePtr file(CSigFile::Open(name.c_str(), 1));
+        if (!file) return 1;
+        std::unique_ptr<CFmtSigRec> fmt(file->CreateCompatibleFmtSigRec());
+        CDigSigRec digital;
+        for (long r = 0; r < file->GetNumRecords(); ++r) {
+            file->MoveTo(r);
+            if (!file->Read(fmt.get()) || !file->ReadDigital(&digital)) break;
+            sink = sink + fmt->GetTime().GetValue();
+        }
+        for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) sink = sink + file->GetStatusItemAt(i)->GetBeginSample();
+    }
     const std::string out = WorkDir() + "/imported.SIG";
-    edf::EdfImportOptions options;
+    CSigFileCopyOptions options;
     options.resample = (size & 1) != 0;
-    if (edf::ImportEdf(name.c_str(), out.c_str(), options, &error)) CSigFile::Delete(out.c_str());
+    if (ConvertSigFile(name.c_str(), out.c_str(), options, &error)) CSigFile::Delete(out.c_str());
     return 1;
 }
 

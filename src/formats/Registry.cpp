@@ -129,6 +129,25 @@ int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOption
     }
     return d->CreateCopy(source, to, options, error, progress);
 }
+
+int ConvertSigFile(const char* from, const char* to, const CSigFileCopyOptions& options, std::string* error,
+                   CProgressInfo* progress) {
+    long code = 0;
+    CSigFilePtr file(from ? CSigFile::Open(from, 1, &code) : nullptr);
+    if (!file) {
+        if (error) {
+            std::string detail;
+            if (code == ERROR_BAD_FORMAT) detail = LoadResString(IDS_ERR_INVALID_FORMAT);
+            else if (!GetSystemErrorText(code, detail)) detail = StrFormat(LoadResString(IDS_ERR_CODE).c_str(), code);
+            const std::string more = GetLastErrorDetail(code);
+            *error = std::string(from ? from : "") + " : " + FoldToOneLine(detail) + (more.empty() ? "" : " : " + more);
+        }
+        return 0;
+    }
+    return CreateSigFileCopy(file.get(), to, options, error, progress);
+}
+
+// ---------------------------------------------------------------------------
 // Static operations
 
 CSigFile* CSigFile::Open(const char* name, int readOnly, long* error, int /*reserved*/, int check24Hours) {

@@ -85,6 +85,10 @@ CSigFileProbe ProbeSigFile(const char* name, std::vector<BYTE>& buffer);
 int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOptions& options, std::string* error,
                       CProgressInfo* progress = nullptr);
 
+// Opens `from` (any format) and writes it as `to` (CreateSigFileCopy).
+int ConvertSigFile(const char* from, const char* to, const CSigFileCopyOptions& options, std::string* error,
+                   CProgressInfo* progress = nullptr);
+
 // True when the montage is given and has a recording montage at index 0
 // (the rule CSigFile::Create applies when asked to validate).
 bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage);

@@ -20,10 +20,10 @@
 // not, the time-keeping TALs then giving each record's start.
 //
 // The pieces: EdfWriter (EdfWriter.h) writes a file record by record;
-// EdfReader (EdfReader.h) checks and reads one; EdfBlockReader (EdfBlocks.h)
-// re-cuts a file's records into blocks of another duration, such as native
-// records; CheckNativeRates and EdfResampler (EdfResample.h) decide whether
-// a file's rates fit a native recording and resample those that do not.
+// EdfReader (EdfReader.h) checks and reads one; CEdfSigFile (EdfSigFile.h)
+// opens one as a recording; CreateEdfCopy (EdfExport.h) writes any open
+// recording as EDF+ or BDF+; EdfDescribe.h maps labels and annotations onto
+// the object model.
 #pragma once
 
 #include <optional>

@@ -212,7 +212,7 @@ bool NativeCopier::ChooseChannels(std::string& error) {
                 }
             }
             if (IsTriggerLabel(i.label)) ch.mode = Channel::Trigger;
-            else if (i.digitalMin >= kAdMin && i.digitalMax <= kAdMax && i.bits <= 16) ch.mode = Channel::Copy16;
+            else if (i.digitalMin >= kAdMin && i.digitalMax <= kAdMax) ch.mode = Channel::Copy16;
             else ch.mode = Channel::Shift;  // or Spread, once the range used is known
             m_channels.push_back(std::move(ch));
         }
