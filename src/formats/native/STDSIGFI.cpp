@@ -425,6 +425,13 @@ int CStdSigFile::FlushWriteBehind() {
     // The disk starts on these bytes now, so that the next Flush waits for
     // little more than the last of them.
     m_file.StartWriteBack(static_cast<ULONGLONG>(offset), total);
+    // Records read ahead while these waited here hold what the disk had
+    // before: they take the bytes just written.
+    const DWORD from = std::max(m_writeBehindFirst, m_readAheadFirst);
+    const DWORD to = std::min(m_writeBehindFirst + m_writeBehindCount, m_readAheadFirst + m_readAheadCount);
+    for (DWORD r = from; r < to; ++r)
+        std::memcpy(m_readAhead.data() + static_cast<size_t>(r - m_readAheadFirst) * size,
+                    m_writeBehind.data() + static_cast<size_t>(r - m_writeBehindFirst) * size, size);
     m_writeBehindCount = 0;
     return 1;
 }
