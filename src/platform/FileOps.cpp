@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +39,12 @@ void FlushFolder(const std::string& folder) {
 }
 
 bool CopyFileReplace(const std::string& from, const std::string& to, const CopyProgress& progress) {
+    struct stat st {};
+    if (::stat(from.c_str(), &st) != 0) return Fail(errno);
+    return CopyFilePart(from, to, static_cast<ULONGLONG>(st.st_size), progress);
+}
+
+bool CopyFilePart(const std::string& from, const std::string& to, ULONGLONG total, const CopyProgress& progress) {
     int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0) return Fail(errno);
     struct stat st {};
@@ -46,7 +53,9 @@ bool CopyFileReplace(const std::string& from, const std::string& to, const CopyP
         ::close(in);
         return Fail(err);
     }
-    std::string tmp = to + ".part~";
+    // A temporary name of this process beside the target: a copy killed
+    // half way leaves a file the next operation recognises as a leftover.
+    const std::string tmp = OwnedTemporaryName(to, "part");
     int out = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (out < 0) {
         int err = errno;
@@ -54,17 +63,20 @@ bool CopyFileReplace(const std::string& from, const std::string& to, const CopyP
         return Fail(err);
     }
     std::vector<char> buf(1 << 20);
-    ULONGLONG total = static_cast<ULONGLONG>(st.st_size), done = 0;
+    ULONGLONG done = 0;
     int err = 0;
     bool stopped = false;
-    for (;;) {
-        ssize_t n = ::read(in, buf.data(), buf.size());
+    while (done < total) {
+        ssize_t n = ::read(in, buf.data(), static_cast<size_t>(std::min<ULONGLONG>(buf.size(), total - done)));
         if (n < 0) {
             if (errno == EINTR) continue;
             err = errno;
             break;
         }
-        if (n == 0) break;
+        if (n == 0) {
+            err = -1;  // shorter than asked
+            break;
+        }
         for (ssize_t off = 0; off < n;) {
             ssize_t w = ::write(out, buf.data() + off, static_cast<size_t>(n - off));
             if (w < 0) {
@@ -87,6 +99,10 @@ bool CopyFileReplace(const std::string& from, const std::string& to, const CopyP
     if (!err && !stopped && ::rename(tmp.c_str(), to.c_str()) != 0) err = errno;
     if (err || stopped) {
         ::unlink(tmp.c_str());
+        if (err == -1) {
+            SetLastError(ERROR_HANDLE_EOF);
+            return false;
+        }
         return Fail(err ? err : ECANCELED);
     }
     FlushFolder(FolderOf(to));
@@ -215,6 +231,14 @@ bool RecoverFileSet(const std::string& journal) {
     ::unlink(journal.c_str());
     FlushFolder(FolderOf(journal));
     return true;
+}
+
+bool FileSetJournalTouches(const std::string& journal, const std::string& base) {
+    std::vector<CFileMove> moves;
+    if (!ParseJournal(journal, moves)) return false;
+    for (const CFileMove& m : moves)
+        if ((!m.from.empty() && ExtractBase(m.from) == base) || ExtractBase(m.to) == base) return true;
+    return false;
 }
 
 std::string OwnedTemporaryName(const std::string& target, const char* tag) {

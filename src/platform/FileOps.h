@@ -15,6 +15,9 @@ using CopyProgress = std::function<bool(ULONGLONG done, ULONGLONG total)>;
 // disk and renamed over it, and the folder is flushed.  Returns false with
 // the thread's last error set on failure (nothing is left behind).
 bool CopyFileReplace(const std::string& from, const std::string& to, const CopyProgress& progress = {});
+// Copies the first `bytes` bytes of from to `to` the same way (false, with
+// the last error ERROR_HANDLE_EOF, when from is shorter).
+bool CopyFilePart(const std::string& from, const std::string& to, ULONGLONG bytes, const CopyProgress& progress = {});
 // Renames, replacing the target; false with the last error set on failure.
 bool MoveFileReplace(const std::string& from, const std::string& to);
 // Flushes a folder's entries to the disk.
@@ -58,6 +61,9 @@ bool ReplaceFileSet(const std::string& journal, const std::vector<CFileMove>& mo
 // there was nothing to finish or it is finished.  A journal that is not
 // complete (it never reached its own name) is ignored.
 bool RecoverFileSet(const std::string& journal);
+// True when the complete journal `journal` moves or deletes a file whose
+// name, extension left out, is `base` (as source or as target).
+bool FileSetJournalTouches(const std::string& journal, const std::string& base);
 
 // A temporary name beside `target` that tells which process owns it:
 // "<target base>~<tag><pid>" + extension of `target`.

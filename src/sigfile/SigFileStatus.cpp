@@ -161,8 +161,13 @@ int ValidateStatusItems(CSigFile* file, CStringArray* findings) {
     std::set<const CStatusGroup*> groups;
     for (unsigned g = 0; g < file->GetNumGroups(); ++g) groups.insert(file->GetGroupAt(g));
     const double frequency = file->GetTrueFrequency();
-    const long long totalSamples =
-        static_cast<long long>(file->GetNumRecords()) * static_cast<long long>(file->GetSamplesRecord());
+    // Samples per record at the base frequency: the recording montage's own
+    // (a native codec always says 64, whatever the montage records).
+    const CPhysicalMontage* physical = file->GetPhysicalMontage();
+    const CRecordingMontage* rec0 =
+        physical && physical->GetNumRecordingMontages() > 0 ? physical->GetRecordingMontageAt(0) : nullptr;
+    const long long perRecord = rec0 && rec0->GetSamplesRecord() ? rec0->GetSamplesRecord() : file->GetSamplesRecord();
+    const long long totalSamples = static_cast<long long>(file->GetNumRecords()) * perRecord;
     int problems = 0;
     auto report = [&](unsigned index, const CStatusItem* item, const char* what) {
         ++problems;

@@ -15,6 +15,7 @@
 #include "platform/Messages.h"
 #include "platform/Paths.h"
 #include "platform/Strings.h"
+#include "platform/strings/NativeStrings.h"
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "recording/ptntinfo.h"
@@ -30,6 +31,28 @@ constexpr WORD kMaxStatusVersion = 2;  // the signal file accepts one more than 
 
 std::string StsName(const std::string& base) { return base + ".STS"; }
 std::string SigName(const std::string& base) { return base + ".SIG"; }
+
+// The data file of a recording name as it exists on disk: the name given
+// when it exists, else the base with ".SIG" or ".sig".
+std::string DataNameOf(const std::string& name) {
+    if (VhlCheckFileExist(name)) return name;
+    const std::string base = ExtractBase(name);
+    if (VhlCheckFileExist(base + ".sig")) return base + ".sig";
+    return SigName(base);
+}
+
+// The status file beside a data file, in the letter case of the data
+// file's extension (night.sig goes with night.sts), whichever exists.
+std::string StatusNameOf(const std::string& name) {
+    const std::string base = ExtractBase(name), ext = ExtractExt(DataNameOf(name));
+    std::string mapped = ".STS";
+    for (size_t i = 1; i < 4 && i < ext.size(); ++i)
+        if (ext[i] >= 'a' && ext[i] <= 'z') mapped[i] = char(mapped[i] - 'A' + 'a');
+    if (VhlCheckFileExist(base + mapped)) return base + mapped;
+    for (const char* other : {".STS", ".sts"})
+        if (VhlCheckFileExist(base + other)) return base + other;
+    return base + mapped;
+}
 std::string WorkName(const std::string& base) { return base + ".ST$"; }
 std::string TransferName(const std::string& base) { return base + ".$T$"; }
 
@@ -95,9 +118,9 @@ std::string VideoFolder(const char* name) {
 }
 }  // namespace
 
-CStdSigFile::CStdSigFile(const std::string& base)
-    : m_base(base), m_stsName(StsName(base)), m_workName(WorkName(base)) {
-    m_strFileName = SigName(base);
+CStdSigFile::CStdSigFile(const std::string& name)
+    : m_base(ExtractBase(name)), m_stsName(StatusNameOf(name)), m_workName(WorkName(m_base)) {
+    m_strFileName = DataNameOf(name);
 }
 
 CStdSigFile::~CStdSigFile() = default;
@@ -170,6 +193,17 @@ std::string JournalName(const std::string& base) { return base + ".$J$"; }
 void RecoverRecording(const std::string& sig) {
     const std::string base = ExtractBase(sig);
     RecoverFileSet(JournalName(base));
+    // A rename's journal lies at the new name: any journal of the folder
+    // that moves a file of this name is finished too.
+    const std::string dir = ExtractDriveDir(base);
+    if (DIR* d = ::opendir(dir.empty() ? "." : dir.c_str())) {
+        std::vector<std::string> journals;
+        while (dirent* e = ::readdir(d))
+            if (EqualsNoCase(ExtractExt(e->d_name), ".$J$")) journals.push_back(dir + e->d_name);
+        ::closedir(d);
+        for (const std::string& j : journals)
+            if (FileSetJournalTouches(j, base)) RecoverFileSet(j);
+    }
     CleanLeftoverTemporaries(base);
 }
 
@@ -205,7 +239,7 @@ CStdSigFile* CStdSigFile::Open(const char* name, int readOnly, long* error) {
             ThrowGenericException("Failure due to invalid argument(s)");
         }
         RecoverRecording(name);
-        file.reset(new CStdSigFile(ExtractBase(name)));
+        file.reset(new CStdSigFile(name));
         file->OpenFiles(readOnly);
     } catch (...) {
         err = ErrorFromCurrentException(err);
@@ -242,50 +276,117 @@ void CStdSigFile::CheckConsistency() const {
     if (!ok) AfxThrowArchiveException(CArchiveException::genericException, m_stsName.c_str());
 }
 
+namespace {
+// What a status file says of the records it describes.
+struct StatusShape {
+    bool loaded = false;
+    long records = 0;
+    unsigned recordSize = 0;
+    double created = 0;
+};
+
+StatusShape ShapeOf(const std::string& name) {
+    StatusShape shape;
+    try {
+        CIntStsFile probe;
+        std::vector<BYTE> image = ReadWholeFile(name);
+        probe.LoadFromMemory(image.data(), image.size(), kMaxStatusVersion);
+        shape.records = probe.GetNumRecords();
+        shape.recordSize = probe.GetSigCoDec() ? probe.GetSigCoDec()->GetCompRecSize() : 0;
+        shape.created = probe.GetFileHeader() ? probe.GetFileHeader()->GetCreationDateTime().GetValue() : 0;
+        shape.loaded = shape.recordSize > 0 && shape.records >= 0;
+    } catch (const CException&) {
+    } catch (const std::bad_alloc&) {
+    }
+    return shape;
+}
+
+// A working status describes this data file: complete, of the recording the
+// ".STS" describes (same record layout and creation time, when the ".STS"
+// can be read), naming no record the data file lacks.
+bool WorkFits(const StatusShape& work, const StatusShape& status, ULONGLONG sigBytes) {
+    if (!work.loaded) return false;
+    if (status.loaded && (status.recordSize != work.recordSize || status.created != work.created)) return false;
+    return ULONGLONG(work.records) * work.recordSize <= sigBytes;
+}
+}  // namespace
+
 void CStdSigFile::OpenFiles(int readOnly) {
     // A writer needs the folder for its working status and transfer files.
     bool writer = !readOnly && FolderAcceptsFiles(m_base);
     UINT mode = writer ? CFile::modeReadWrite | CFile::shareDenyWrite : CFile::modeRead | CFile::shareDenyNone;
     CFileException fe;
     if (!m_file.Open(m_strFileName.c_str(), mode, &fe)) throw fe;
+    const ULONGLONG sigBytes = m_file.GetLength();
 
     if (writer) {
         // Holding the lock: a working status left behind belongs to a writer
-        // that is gone.
+        // that is gone.  It is restored only over the data file it describes.
         if (VhlCheckFileExist(m_workName)) {
-            bool complete = false;
-            try {
-                CIntStsFile probe;
-                std::vector<BYTE> image = ReadWholeFile(m_workName);
-                probe.LoadFromMemory(image.data(), image.size(), kMaxStatusVersion);
-                complete = true;
-            } catch (const CException&) {
-            }
-            if (complete) {
+            const StatusShape work = ShapeOf(m_workName), status = ShapeOf(m_stsName);
+            if (WorkFits(work, status, sigBytes)) {
                 if (!CopyFileReplace(m_workName, TransferName(m_base)) ||
                     !MoveFileReplace(TransferName(m_base), m_stsName))
                     ThrowLastFileError(m_stsName);
             } else {
+                if (work.loaded)
+                    m_notes.push_back(StrFormat(LoadResString(IDS_NATIVE_NOTE_FOREIGN_WORK).c_str(), m_workName.c_str()));
                 DeleteFileName(m_workName);
             }
         }
         LoadStatus(m_stsName);
+    } else {
+        // A reader takes the working status of a writer that died (no lock
+        // on the data file) when it is complete and fits, without restoring
+        // it; the ".STS" otherwise, the working status when only it reads.
+        bool done = false;
+        if (VhlCheckFileExist(m_workName) && !IsLockedByWriter(m_strFileName)) {
+            const StatusShape work = ShapeOf(m_workName);
+            if (WorkFits(work, ShapeOf(m_stsName), sigBytes)) {
+                LoadStatus(m_workName);
+                done = true;
+            }
+        }
+        if (!done) {
+            try {
+                LoadStatus(m_stsName);
+            } catch (const CException&) {
+                if (!VhlCheckFileExist(m_workName)) throw;
+                LoadStatus(m_workName);
+            }
+        }
+    }
+    // The data file must hold every record the status names: a shorter one
+    // opens with the records it holds, read-only, and says so.
+    const unsigned size = m_pCoDec ? m_pCoDec->GetCompRecSize() : 0;
+    const ULONGLONG held = size ? sigBytes / size : 0;
+    if (ULONGLONG(m_pStsFile->GetNumRecords()) > held) {
+        m_notes.push_back(StrFormat(LoadResString(IDS_NATIVE_NOTE_SHORT_DATA).c_str(), m_pStsFile->GetNumRecords(),
+                                    (unsigned long long)held));
+        m_pStsFile->SetNumRecords(long(held));
+        if (writer) {
+            m_file.Abort();
+            if (!m_file.Open(m_strFileName.c_str(), CFile::modeRead | CFile::shareDenyNone, &fe)) throw fe;
+            writer = false;
+        }
+    }
+    if (writer) {
         if (!CopyFileReplace(m_stsName, m_workName)) ThrowLastFileError(m_workName);
         CFileException we;
         if (!m_workFile.Open(m_workName.c_str(), CFile::modeReadWrite | CFile::shareExclusive, &we)) throw we;
         m_pStsFile->ClearReadOnly();
     } else {
-        try {
-            LoadStatus(m_stsName);
-        } catch (const CException&) {
-            if (!VhlCheckFileExist(m_workName)) throw;
-            LoadStatus(m_workName);
-        }
         m_pStsFile->SetReadOnly();
     }
     m_pStsFile->ClearChanged();
     m_pStsFile->ClearIOError();
     m_nCurrentRecord = 0;
+}
+
+void CStdSigFile::GetFormatNotes(CStringArray* notes) const {
+    if (!notes) return;
+    notes->RemoveAll();
+    for (const std::string& n : m_notes) notes->Add(n);
 }
 
 // ---------------------------------------------------------------------------
@@ -321,7 +422,7 @@ CStdSigFile* CStdSigFile::Create(const char* name, CFileHeader* header, CPatient
             ThrowGenericException("Failure due to invalid argument(s)");
         }
 
-        file.reset(new CStdSigFile(ExtractBase(name)));
+        file.reset(new CStdSigFile(SigName(ExtractBase(name))));
         CFileException fe;
         if (!file->m_file.Open(file->m_strFileName.c_str(),
                                CFile::modeCreate | CFile::modeNoTruncate | CFile::modeReadWrite | CFile::shareDenyWrite,
@@ -551,39 +652,82 @@ void CStdSigFile::SetCalibration(CCalibration* calibration) {
 // ---------------------------------------------------------------------------
 // Whole-recording operations
 
+namespace {
+// Every file of a recording that exists: data, status, companions, the
+// working and transfer status files.
+std::vector<std::string> FilesOfRecording(const std::string& sig) {
+    const std::string base = ExtractBase(sig);
+    std::vector<std::string> files;
+    for (const std::string& f : {DataNameOf(sig), StatusNameOf(sig), WorkName(base), TransferName(base)})
+        if (VhlCheckFileExist(f)) files.push_back(f);
+    CStringArray extensions;
+    CSigFile::GetStsExtensions(sig.c_str(), &extensions);
+    for (const std::string& ext : extensions) files.push_back(base + ext);
+    return files;
+}
+}  // namespace
+
+// Deleting is a replacement by nothing: killed half way, the next operation
+// on the name finishes it.
 int CStdSigFile::Delete(const char* name) {
     if (!IsValidFormat(name)) return 0;
-    std::string base = ExtractBase(name);
-    if (!VhlCheckFileExist(SigName(base))) {
+    RecoverRecording(name);
+    const std::string sig = DataNameOf(name);
+    if (!VhlCheckFileExist(sig)) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    if (IsLockedByWriter(SigName(base))) {
+    if (IsLockedByWriter(sig)) {
         SetLastError(ERROR_SHARING_VIOLATION);
         return 0;
     }
-    CSigFile::DeleteStsFile(name);
-    for (const std::string& side : {TransferName(base), WorkName(base)})
-        if (VhlCheckFileExist(side)) DeleteFileName(side);
-    bool ok = !VhlCheckFileExist(StsName(base)) || DeleteFileName(StsName(base));
-    return ok && DeleteFileName(SigName(base));
+    std::vector<CFileMove> moves;
+    for (const std::string& f : FilesOfRecording(sig)) moves.push_back({"", f});
+    return ReplaceFileSet(JournalName(ExtractBase(sig)), moves) ? 1 : 0;
 }
 
+// The copy is a snapshot: the status file first, then exactly the records it
+// names (a writer may be appending), each under a temporary name forced to
+// the disk, then put in place of the target whole (ReplaceRecording).
 int CStdSigFile::Copy(const char* from, const char* to, CProgressInfo* progress) {
     if (!IsValidFormat(from) || !IsValidFormat(to)) {
         SetLastError(ERROR_INVALID_NAME);
         return 0;
     }
-    std::string fromBase = ExtractBase(from), toBase = ExtractBase(to);
-    if (!VhlCheckFileExist(SigName(fromBase)) || !VhlCheckFileExist(StsName(fromBase))) {
+    RecoverRecording(from);
+    RecoverRecording(to);
+    const std::string fromSig = DataNameOf(from), fromSts = StatusNameOf(from);
+    if (!VhlCheckFileExist(fromSig) || !VhlCheckFileExist(fromSts)) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    if (IsLockedByWriter(SigName(toBase))) {
+    if (IsLockedByWriter(SigName(ExtractBase(to))) ||
+        (VhlCheckFileExist(DataNameOf(to)) && IsLockedByWriter(DataNameOf(to)))) {
         SetLastError(ERROR_SHARING_VIOLATION);
         return 0;
     }
-    ULONGLONG total = VhlGetFileSize(SigName(fromBase)) + VhlGetFileSize(StsName(fromBase));
+    const std::string temp = OwnedTemporaryName(SigName(ExtractBase(to)), "copy");
+    const std::string tempBase = ExtractBase(temp);
+    auto cleanUp = [&] {
+        const long code = GetLastError();
+        for (const std::string& f : FilesOfRecording(temp)) DeleteFileName(f);
+        SetLastError(code);
+        return 0;
+    };
+    const StatusShape shape = ShapeOf(fromSts);
+    if (!CopyFileReplace(fromSts, StsName(tempBase))) return cleanUp();
+    const StatusShape copied = ShapeOf(StsName(tempBase));
+    if (!copied.loaded) {
+        SetLastError(shape.loaded ? ERROR_WRITE_FAULT : ERROR_BAD_FORMAT);
+        return cleanUp();
+    }
+    const ULONGLONG bytes = ULONGLONG(copied.records) * copied.recordSize;
+    if (VhlGetFileSize(fromSig) < bytes) {
+        SetLastErrorDetail(ERROR_BAD_LENGTH, StrFormat(LoadResString(IDS_NATIVE_ERR_SNAPSHOT).c_str(), fromSig.c_str()));
+        SetLastError(ERROR_BAD_LENGTH);
+        return cleanUp();
+    }
+    const ULONGLONG total = bytes + VhlGetFileSize(fromSts);
     if (progress) progress->SetRange(total);
     CopyProgress report;
     if (progress)
@@ -591,52 +735,45 @@ int CStdSigFile::Copy(const char* from, const char* to, CProgressInfo* progress)
             progress->SetPos(done);
             return !progress->IsCancelled();
         };
-    // The data goes to a temporary name first, so that an existing target
-    // is replaced only when everything was copied.
-    std::string tmpSig = toBase + ".SI$";
-    if (!CopyFileReplace(SigName(fromBase), tmpSig, report)) return 0;
-    // A working status at the target belongs to the recording being replaced.
-    for (const std::string& side : {WorkName(toBase), TransferName(toBase)})
-        if (VhlCheckFileExist(side)) DeleteFileName(side);
-    ULONGLONG sigSize = VhlGetFileSize(tmpSig);
-    CProgressInfo quiet;
-    if (!CSigFile::CopyStsFile(from, to, progress ? &quiet : nullptr) || !MoveFileReplace(tmpSig, SigName(toBase))) {
-        long code = GetLastError();
-        DeleteFileName(tmpSig);
-        SetLastError(code);
-        return 0;
-    }
-    if (progress) progress->SetPos(sigSize + VhlGetFileSize(StsName(toBase)));
+    if (!CopyFilePart(fromSig, SigName(tempBase), bytes, report)) return cleanUp();
+    CStringArray extensions;
+    GetStsExtensions(from, &extensions);
+    for (const std::string& ext : extensions)
+        if (!CopyFileReplace(ExtractBase(from) + ext, tempBase + ext)) return cleanUp();
+    if (!ReplaceRecording(SigName(tempBase), SigName(ExtractBase(to)))) return cleanUp();
+    if (progress) progress->SetPos(total);
     return 1;
 }
 
+// Renaming moves every file of the recording at once (through the journal).
 int CStdSigFile::Rename(const char* from, const char* to) {
     if (!IsValidFormat(from) || !IsValidFormat(to)) {
         SetLastError(ERROR_INVALID_NAME);
         return 0;
     }
-    std::string fromBase = ExtractBase(from), toBase = ExtractBase(to);
-    if (!VhlCheckFileExist(SigName(fromBase))) {
+    RecoverRecording(from);
+    RecoverRecording(to);
+    const std::string fromSig = DataNameOf(from);
+    const std::string fromBase = ExtractBase(from), toBase = ExtractBase(to);
+    if (!VhlCheckFileExist(fromSig)) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    if (VhlCheckFileExist(SigName(toBase)) || VhlCheckFileExist(StsName(toBase))) {
+    if (VhlCheckFileExist(SigName(toBase)) || VhlCheckFileExist(StsName(toBase)) ||
+        VhlCheckFileExist(toBase + ".sig") || VhlCheckFileExist(toBase + ".sts")) {
         SetLastError(ERROR_FILE_EXISTS);
         return 0;
     }
-    if (IsLockedByWriter(SigName(fromBase))) {
+    if (IsLockedByWriter(fromSig)) {
         SetLastError(ERROR_SHARING_VIOLATION);
         return 0;
     }
-    if (!MoveFileReplace(SigName(fromBase), SigName(toBase))) return 0;
-    if (!CSigFile::RenameStsFile(from, to)) {
-        long code = GetLastError();
-        MoveFileReplace(SigName(toBase), SigName(fromBase));
-        SetLastError(code);
-        return 0;
+    std::vector<CFileMove> moves;
+    for (const std::string& f : FilesOfRecording(fromSig)) {
+        // Each file keeps its extension; the status files their usual case.
+        moves.push_back({f, toBase + ExtractExt(f)});
     }
-    if (VhlCheckFileExist(WorkName(fromBase))) MoveFileReplace(WorkName(fromBase), WorkName(toBase));
-    return 1;
+    return ReplaceFileSet(JournalName(toBase), moves) ? 1 : 0;
 }
 
 CSigQuickInfo* CStdSigFile::GetFileQuickInfo(const char* name, long* error) {

@@ -78,6 +78,10 @@ public:
     void SetPhysicalMontage(CPhysicalMontage* montage) override;
     void SetCalibration(CCalibration* calibration) override;
 
+    // What opening found amiss: a short data file, a working status of
+    // another recording set aside.
+    void GetFormatNotes(CStringArray* notes) const override;
+
     // Saves the working status over the permanent ".STS" through the
     // transfer file; see the writer protocol above.
     int CreateStsBackup();
@@ -87,7 +91,8 @@ protected:
     int Save(DWORD record, CObject* bytes) override;
 
 private:
-    explicit CStdSigFile(const std::string& base);
+    // name: the recording's data file (any letter case of ".SIG").
+    explicit CStdSigFile(const std::string& name);
     void OpenFiles(int readOnly);
     void LoadStatus(const std::string& stsName);
     void CheckConsistency() const;
@@ -96,6 +101,7 @@ private:
     // Writes the records gathered for writing; 0 (I/O error set) on failure.
     int FlushWriteBehind();
 
+    std::vector<std::string> m_notes;
     std::string m_base;      // drive + folder + base name
     std::string m_stsName;   // base + ".STS"
     std::string m_workName;  // base + ".ST$"

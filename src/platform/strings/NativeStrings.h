@@ -27,4 +27,7 @@ enum : UINT {
     IDS_NATIVE_ERR_OWN_FILE = 30419,         // output, source
     IDS_NATIVE_ERR_MEMORY = 30420,
     IDS_NATIVE_ERR_IMPORT = 30421,
+    IDS_NATIVE_NOTE_FOREIGN_WORK = 30422,    // working status name
+    IDS_NATIVE_NOTE_SHORT_DATA = 30423,      // records named, records held
+    IDS_NATIVE_ERR_SNAPSHOT = 30424,         // recording
 };

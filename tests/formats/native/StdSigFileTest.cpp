@@ -186,14 +186,16 @@ TEST(StdSigFileTest, AnInterruptedWritersStatusIsRecoveredOnlyWhenComplete) {
     }
     std::vector<BYTE> status15 = ReadBytes(dir / "rec.STS");
     // A writer died after its working status was complete but before the
-    // rename: readers keep the permanent status, the next writer restores.
+    // rename: readers read the working status (it names records the data
+    // file holds) without restoring it; the next writer restores it.
     WriteBytes(dir / "rec.STS", status10);
     WriteBytes(dir / "rec.ST$", status15);
     long error = 0;
     {
         FilePtr reader(CSigFile::Open(name.c_str(), 1, &error));
-        EXPECT_EQ(reader->GetNumRecords(), 10);
+        EXPECT_EQ(reader->GetNumRecords(), 15);
         EXPECT_TRUE(VhlCheckFileExist(dir / "rec.ST$"));
+        EXPECT_EQ(ReadBytes(dir / "rec.STS"), status10);
     }
     {
         FilePtr w(CSigFile::Open(name.c_str(), 0, &error));
@@ -236,16 +238,27 @@ TEST(StdSigFileTest, DamagedOrMissingFilesGiveClearErrors) {
     FilePtr ok(CSigFile::Open(name.c_str(), 1, &error));
     EXPECT_TRUE(ok);
 
-    // A data file shorter than the status says: reads fail with an I/O error.
+    // A data file shorter than the status says: the recording opens with
+    // the records it holds, read-only even when asked for writing, and says
+    // so; nothing past them reads.
     WriteBytes(dir / "bad.STS", sts);
-    ::truncate(name.c_str(), 328);
-    FilePtr f(CSigFile::Open(name.c_str(), 1, &error));
+    const long size = long(VhlGetFileSize(name)) / 3;  // the recording's 3 records
+    ::truncate(name.c_str(), size * 2 + 10);
+    FilePtr f(CSigFile::Open(name.c_str(), 0, &error));
     ASSERT_TRUE(f);
+    EXPECT_EQ(f->GetNumRecords(), 2);
+    EXPECT_TRUE(f->IsReadOnly());
+    CStringArray notes;
+    f->GetFormatNotes(&notes);
+    ASSERT_EQ(notes.GetSize(), 1);
+    EXPECT_NE(notes[0].find("3 enregistrements"), std::string::npos) << notes[0];
     std::unique_ptr<CRawSigRec> rec(f->CreateCompatibleRawSigRec());
+    f->MoveTo(1);
     EXPECT_TRUE(f->Read(rec.get()));
     f->MoveTo(2);
     EXPECT_FALSE(f->Read(rec.get()));
-    EXPECT_TRUE(f->IsIOError());
+    f->MoveTo(2);
+    EXPECT_FALSE(f->Write(rec.get()));  // no record appended behind a short data file
 }
 
 TEST(StdSigFileTest, CreateRefusesBadArgumentsAndNames) {
