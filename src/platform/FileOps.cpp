@@ -8,6 +8,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -196,7 +197,8 @@ bool CarryOut(const std::vector<CFileMove>& moves) {
 
 bool ReplaceFileSet(const std::string& journal, const std::vector<CFileMove>& moves) {
     const std::string folder = FolderOf(journal);
-    const std::string pending = OwnedTemporaryName(journal, "j");
+    static std::atomic<unsigned> calls{0};
+    const std::string pending = OwnedTemporaryName(journal, ("j" + std::to_string(calls++) + "_").c_str());
     if (!WriteDurably(pending, JournalText(moves))) {
         ::unlink(pending.c_str());
         return false;

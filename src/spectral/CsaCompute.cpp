@@ -125,10 +125,10 @@ int ComputeSpectralFile(const char* outName, const CLogicalMontage* montage, uns
     // over the target when complete: two computations of the same target
     // never write into each other's pair.
     static std::atomic<unsigned> calls{0};
-    const std::string base = out.substr(0, out.size() - ExtractExt(out).size());
+    CCsaFile::RecoverPair(out.c_str());
     std::string tmpName;
     do {
-        tmpName = base + StrFormat(".~%ld-%u", long(::getpid()), calls++) + ExtractExt(out);
+        tmpName = OwnedTemporaryName(out, StrFormat("spc%u_", calls++).c_str());
     } while (VhlCheckFileExist(tmpName) || VhlCheckFileExist(CCsaFile::HeaderName(tmpName)));
     long code = 0;
     CCsaFile* file = CCsaFile::Create(tmpName.c_str(), sigFileName, sigFileId, patient, settings.fftEpochLen,

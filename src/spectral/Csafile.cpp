@@ -210,6 +210,7 @@ CCsaFile* CCsaFile::Open(const char* fileName, int readOnly, long* error) {
     const std::string dataName = fileName ? fileName : "";
     if (!HasExtension(dataName, ".SPC")) return fail(ERROR_INVALID_PARAMETER);
     const std::string headerName = HeaderName(dataName);
+    RecoverPair(dataName.c_str());
 
     std::unique_ptr<CCsaFile> file(new CCsaFile);
     file->m_bReadOnly = readOnly ? 1 : 0;
@@ -243,6 +244,15 @@ int CCsaFile::Close() {
     if (!m_bReadOnly) {
         if (!m_pCache->Flush()) return 0;
         if (!WriteHeader()) return 0;
+        // A closed pair is on the disk: a replacement that follows can
+        // count on it.
+        try {
+            m_fileData.FlushToDisk();
+            m_fileHeader.FlushToDisk();
+        } catch (const CFileException& e) {
+            SetLastError(e.m_lOsError > 0 ? e.m_lOsError : ERROR_WRITE_FAULT);
+            return 0;
+        }
     }
     m_fileHeader.Abort();
     m_fileData.Abort();
@@ -361,24 +371,32 @@ int CCsaFile::Copy(const char* from, const char* to, CProgressInfo* progress) {
     return 1;
 }
 
+// The two files of a pair move, and are deleted, together: through a
+// journal beside the target (ReplaceFileSet), finished by the next open or
+// operation on the pair if the process dies half way.
+namespace {
+std::string PairJournal(const std::string& data) { return ExtractBase(data) + ".$P$"; }
+}  // namespace
+
+void CCsaFile::RecoverPair(const char* name) {
+    std::string data, header;
+    if (PairNames(name, data, header)) RecoverFileSet(PairJournal(data));
+    if (name) CleanLeftoverTemporaries(ExtractBase(name));
+}
+
 int CCsaFile::Rename(const char* from, const char* to) {
     std::string fromData, fromHeader, toData, toHeader;
     if (!PairNames(from, fromData, fromHeader) || !PairNames(to, toData, toHeader)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
+    RecoverPair(from);
+    RecoverPair(to);
     if (!VhlCheckFileExist(fromData) || !VhlCheckFileExist(fromHeader)) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    if (!MoveFileReplace(fromData, toData)) return 0;
-    if (!MoveFileReplace(fromHeader, toHeader)) {
-        long code = GetLastError();
-        MoveFileReplace(toData, fromData);  // put the pair back together
-        SetLastError(code);
-        return 0;
-    }
-    return 1;
+    return ReplaceFileSet(PairJournal(toData), {{fromData, toData}, {fromHeader, toHeader}}) ? 1 : 0;
 }
 
 int CCsaFile::Delete(const char* name) {
@@ -387,14 +405,12 @@ int CCsaFile::Delete(const char* name) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
+    RecoverPair(name);
     if (!VhlCheckFileExist(data) && !VhlCheckFileExist(header)) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    int ok = 1;
-    if (VhlCheckFileExist(data) && !DeleteFileName(data)) ok = 0;
-    if (VhlCheckFileExist(header) && !DeleteFileName(header)) ok = 0;
-    return ok;
+    return ReplaceFileSet(PairJournal(data), {{"", data}, {"", header}}) ? 1 : 0;
 }
 
 // ---------------------------------------------------------------------------

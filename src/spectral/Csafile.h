@@ -93,6 +93,9 @@ public:
     // both files are copied.  They return 1, or 0 with the thread's last
     // error set (87 for a name of another extension).
     static int Copy(const char* from, const char* to, CProgressInfo* progress = nullptr);
+    // Finishes a move or deletion of the pair named by name that a dead
+    // process left half done, and clears temporaries of dead processes.
+    static void RecoverPair(const char* name);
     static int Rename(const char* from, const char* to);
     static int Delete(const char* name);
     // The header file beside a data file: its name with the ".SPH" extension.

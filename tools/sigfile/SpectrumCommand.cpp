@@ -29,6 +29,7 @@
 #include "recording/FileHeader.h"
 #include "sigfile/SIGFILE.h"
 #include "records/SigRec.h"
+#include "sigfile/RecordSource.h"
 #include "spectral/CsaCompute.h"
 #include "spectral/Fft.h"
 
@@ -42,6 +43,7 @@ struct SpectrumOptions {
     std::string taper = "hanning";
     std::string detrend = "none";
     std::string montage;
+    std::vector<std::string> derives;
 };
 
 const std::map<std::string, WORD> kTapers = {
@@ -106,85 +108,40 @@ std::string FailureDetail(long code) {
 }
 
 // Reads records of the recording as the channels of the logical montage:
-// the recording montage's records as they are, or the outputs of the
-// formula engine.  The engine starts again (with the whole span of records
-// its formulas reach) on the first record and after any jump; consecutive
-// records only feed it the newest record.  Records outside the recording
-// read as zeros timed as if they were there.
+// through the library's record source (the recording montage's records as
+// they are, or the outputs of the formula engine), with its rule for the
+// records beyond the ends.
 class MontageRecordReader {
 public:
-    MontageRecordReader(CSigFile& file, CCReformater* compiler, double recordSeconds)
-        : m_file(file), m_compiler(compiler), m_recordSeconds(recordSeconds) {}
+    MontageRecordReader(CSigFile& file, CReformatedMontage* computed) : m_file(file), m_source(file) {
+        if (computed) m_derived = std::make_unique<CDerivedSource>(file, computed);
+    }
+
+    bool Compile(std::string& error) { return !m_derived || m_derived->Compile(&error); }
 
     int operator()(LONG index, CFmtSigRec& record) {
-        if (!m_compiler) return ReadRecorded(index, record);
-        if (record.GetNumChannels() != m_compiler->GetNumChannels()) {
-            std::unique_ptr<CFmtSigRec> shape(m_compiler->CreateCompatibleFmtSigRec());
+        if (record.GetNumChannels() == 0) {
+            std::unique_ptr<CFmtSigRec> shape(m_derived ? m_derived->CreateCompatibleFmtSigRec()
+                                                        : m_source.CreateCompatibleFmtSigRec());
             record = *shape;
         }
-        const bool restart = index != m_lastIndex + 1;
-        const int span = m_compiler->GetSpanLength();
-        if (m_inputs.empty())
-            for (int k = 0; k < span; ++k) {
-                m_inputs.emplace_back(m_file.CreateCompatibleFmtSigRec());
-                m_pointers.push_back(m_inputs.back().get());
-            }
-        const int count = restart ? span : std::min(span, 1);
-        for (int k = 0; k < count; ++k) {
-            const LONG q = restart ? index + m_compiler->GetFirstRecOfs() + k : index + m_compiler->GetLastRecOfs();
-            if (!ReadRecorded(q, *m_inputs[static_cast<size_t>(k)])) {
-                m_lastIndex = -2;
-                return 0;
-            }
-        }
-        if (!m_compiler->Eval(span > 0 ? m_pointers.data() : nullptr, &record, restart ? 1 : 0)) {
-            m_lastIndex = -2;
-            m_failure = StrFormat("Calcul impossible de l'enregistrement %ld", static_cast<long>(index));
-            SetLastError(ERROR_INVALID_PARAMETER);
-            return 0;
-        }
-        m_lastIndex = index;
-        return 1;
+        const int ok = m_derived ? m_derived->Read(index, record) : m_source.Read(index, record);
+        if (ok) return 1;
+        const long code = m_file.GetIOError() > 0 ? m_file.GetIOError() : ERROR_READ_FAULT;
+        m_failure = StrFormat("Lecture impossible de l'enregistrement %ld du fichier %s : %s", static_cast<long>(index),
+                              m_file.GetFileName(), FailureDetail(code).c_str());
+        SetLastError(code);
+        return 0;
     }
 
     // What went wrong with the last record that could not be given.
     const std::string& GetFailure() const { return m_failure; }
 
 private:
-    int ReadRecorded(LONG index, CFmtSigRec& record) {
-        if (index >= 0 && index < m_file.GetNumRecords()) {
-            m_file.MoveTo(index);
-            if (m_file.Read(&record)) return 1;
-            const long code = m_file.GetIOError() > 0 ? m_file.GetIOError() : ERROR_READ_FAULT;
-            m_failure = StrFormat("Lecture impossible de l'enregistrement %ld du fichier %s : %s",
-                                  static_cast<long>(index), m_file.GetFileName(), FailureDetail(code).c_str());
-            SetLastError(code);
-            return 0;
-        }
-        if (!m_haveOrigin) {
-            std::unique_ptr<CFmtSigRec> first(m_file.CreateCompatibleFmtSigRec());
-            m_file.MoveTo(0);
-            if (first && m_file.Read(first.get())) m_origin = first->GetTime();
-            m_haveOrigin = true;
-        }
-        if (record.GetNumChannels() == 0) {
-            std::unique_ptr<CFmtSigRec> shape(m_file.CreateCompatibleFmtSigRec());
-            record = *shape;
-        }
-        record.SetAll(0.0f);
-        record.SetTime(m_origin + CSTimeSpan(static_cast<double>(index) * m_recordSeconds));
-        return 1;
-    }
-
     CSigFile& m_file;
-    CCReformater* m_compiler;
+    CRecordSource m_source;
+    std::unique_ptr<CDerivedSource> m_derived;
     std::string m_failure;
-    double m_recordSeconds;
-    LONG m_lastIndex = -2;
-    std::vector<std::unique_ptr<CFmtSigRec>> m_inputs;
-    std::vector<const CFmtSigRec*> m_pointers;
-    bool m_haveOrigin = false;
-    CSDateTime m_origin;
 };
 
 int RunSpectrum(const SpectrumOptions& opt) {
@@ -205,22 +162,16 @@ int RunSpectrum(const SpectrumOptions& opt) {
     CPhysicalMontage physical(*stored);
     CRecordingMontage* rec0 = physical.GetRecordingMontageAt(0);
     CLogicalMontage* montage = rec0;
-    std::unique_ptr<CCReformater> compiler;
-    if (!opt.montage.empty() && !EqualsNoCase(opt.montage, rec0->GetMontageName())) {
-        CReformatedMontage* ref = rec0->GetReformatedMontage(opt.montage.c_str());
-        if (!ref) return Failure("Montage inconnu : " + opt.montage);
-        compiler = std::make_unique<CCReformater>();
-        if (!compiler->Compile(ref)) {
-            std::string text = "Impossible de calculer le montage " + opt.montage;
-            for (const CString& d : compiler->GetDiagnostics()) text += "\n" + d;
-            return Failure(text);
+    CComputedMontage computed;
+    std::string why;
+    if (!computed.Choose(*file, opt.montage, opt.derives, why)) return Failure(why);
+    MontageRecordReader reader(*file, computed.Get());
+    if (computed.Get()) {
+        if (!reader.Compile(why)) {
+            const std::string name = opt.montage.empty() ? std::string("--derive") : opt.montage;
+            return Failure("Impossible de calculer le montage " + name + (why.empty() ? "" : "\n" + why));
         }
-        for (unsigned c = 0; c < ref->GetNumChannels(); ++c)
-            if (compiler->GetFrequency(c) != ref->GetFrequency(c) ||
-                compiler->GetSamplesRec(c) != ref->GetSamplesChannel(c))
-                return Failure("Le montage " + opt.montage + " ne correspond plus à l'enregistrement (canal " +
-                               ref->GetLabel(c) + ")");
-        montage = ref;
+        montage = computed.Get();
     } else if (rec0->GetNumChannels() != file->GetNumChannels()) {
         CSigFile::ErrorMessageBox(opt.file.c_str(), ERROR_BAD_FORMAT);
         return 1;
@@ -264,7 +215,6 @@ int RunSpectrum(const SpectrumOptions& opt) {
     settings.fftEpochLen = epoch;
     settings.preProcessing = kDetrends.at(opt.detrend);
     settings.tapering = kTapers.at(opt.taper);
-    MontageRecordReader reader(*file, compiler.get(), recordSeconds);
     const CFileHeader* header = file->GetFileHeader();
     const std::string sigFileId = header ? header->GetCreationDateTime().ToIso() : std::string();
     ProgressBar progress;
@@ -308,6 +258,8 @@ void RegisterSpectrumCommand(CLI::App& app) {
     cmd->add_option("--detrend", opt->detrend, "removed before the FFT, after tapering (default none)")
         ->check(CLI::IsMember(detrends));
     cmd->add_option("--montage", opt->montage, "reformatted montage whose channels are computed and analysed");
+    cmd->add_option("--derive", opt->derives, "a computed channel LABEL=FORMULA to analyse (repeatable)")
+        ->allow_extra_args(false);
     cmd->callback([opt] {
         try {
             g_exitStatus = RunSpectrum(*opt);

@@ -70,16 +70,16 @@ ReplacingOutput::~ReplacingOutput() {
 }
 
 bool ReplacingOutput::Open() {
-    std::string pattern = m_target + ".XXXXXX";
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    int fd = ::mkstemp(buf.data());
+    // A temporary of this process beside the target; those of commands
+    // that were killed are cleared first.
+    CleanLeftoverTemporaries(ExtractBase(m_target));
+    m_temp = OwnedTemporaryName(m_target, "out");
+    int fd = ::open(m_temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) {
         SetLastError(ErrnoToSystemError(errno));
+        m_temp.clear();
         return false;
     }
-    m_temp = buf.data();
-    ::fchmod(fd, 0644);
     m_stream = ::fdopen(fd, "w");
     if (!m_stream) {
         SetLastError(ErrnoToSystemError(errno));

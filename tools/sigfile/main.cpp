@@ -1,6 +1,9 @@
 // The sigfile command: a thin layer over the library's public API.
+#include <csignal>
 #include <cstdio>
+#include <exception>
 #include <iostream>
+#include <new>
 
 #include "Commands.h"
 #include "platform/Exceptions.h"
@@ -21,6 +24,9 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough(false);
 
+    // A write past the file size limit fails with an error the commands
+    // report, instead of killing the process without a word.
+    std::signal(SIGXFSZ, SIG_IGN);
     // Every message box of the library becomes one line on standard error.
     SetMessageSink([](const std::string& text, const std::string&) { PrintError(text); });
 
@@ -43,6 +49,11 @@ int main(int argc, char** argv) {
         return app.exit(e);
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
+    } catch (const std::bad_alloc&) {
+        std::string text;
+        GetSystemErrorText(ERROR_NOT_ENOUGH_MEMORY, text);
+        PrintError(text);
+        return 1;
     } catch (const CLI::ParseError& e) {
         // Bad usage: what was wrong, then a usage line.
         std::fprintf(stderr, "%s\n", e.what());
@@ -51,6 +62,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: sigfile %s ... (see sigfile %s--help)\n", name.c_str(),
                      name == "<command>" ? "" : (name + " ").c_str());
         return 2;
+    } catch (const std::exception& e) {
+        PrintError(std::string("Erreur interne : ") + e.what());
+        return 1;
+    } catch (...) {
+        PrintError(LoadResString(IDS_INTERNAL_ERROR));
+        return 1;
     }
     return g_exitStatus;
 }
