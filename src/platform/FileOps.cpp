@@ -195,7 +195,11 @@ bool CarryOut(const std::vector<CFileMove>& moves) {
 }
 }  // namespace
 
-bool ReplaceFileSet(const std::string& journal, const std::vector<CFileMove>& moves) {
+bool ReplaceFileSet(const std::string& journal, const std::vector<CFileMove>& given) {
+    // The journal names files from the root, whatever folder a later
+    // process works in.
+    std::vector<CFileMove> moves;
+    for (const CFileMove& m : given) moves.push_back({m.from.empty() ? "" : AbsolutePath(m.from), AbsolutePath(m.to)});
     const std::string folder = FolderOf(journal);
     static std::atomic<unsigned> calls{0};
     const std::string pending = OwnedTemporaryName(journal, ("j" + std::to_string(calls++) + "_").c_str());
@@ -235,7 +239,8 @@ bool RecoverFileSet(const std::string& journal) {
     return true;
 }
 
-bool FileSetJournalTouches(const std::string& journal, const std::string& base) {
+bool FileSetJournalTouches(const std::string& journal, const std::string& given) {
+    const std::string base = AbsolutePath(given);
     std::vector<CFileMove> moves;
     if (!ParseJournal(journal, moves)) return false;
     for (const CFileMove& m : moves)

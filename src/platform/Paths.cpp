@@ -1,5 +1,9 @@
 #include "platform/Paths.h"
 
+#include <unistd.h>
+
+#include <vector>
+
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -69,4 +73,29 @@ std::string VhlGetUserPath() {
     }
     if (dir.back() != '/') dir += '/';
     return dir;
+}
+
+std::string AbsolutePath(const std::string& path) {
+    std::string full = path;
+    if (path.empty() || path[0] != '/') {
+        char buffer[4096];
+        const char* cwd = ::getcwd(buffer, sizeof buffer);
+        full = std::string(cwd ? cwd : ".") + "/" + path;
+    }
+    std::vector<std::string> parts;
+    size_t from = 0;
+    while (from <= full.size()) {
+        size_t to = full.find('/', from);
+        if (to == std::string::npos) to = full.size();
+        const std::string part = full.substr(from, to - from);
+        if (part == "..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        from = to + 1;
+    }
+    std::string out;
+    for (const std::string& p : parts) out += "/" + p;
+    return out.empty() ? "/" : out;
 }

@@ -15,6 +15,9 @@ std::string ExtractFName(const std::string& path);
 std::string ExtractExt(const std::string& path);
 // Drive + folder + base name.
 std::string ExtractBase(const std::string& path);
+// The path from the root: a relative path joined to the working folder,
+// "." and ".." parts resolved (links are not followed).
+std::string AbsolutePath(const std::string& path);
 // Turns the '\\' separators of stored paths into '/'.
 std::string NormalizeSeparators(const std::string& path);
 

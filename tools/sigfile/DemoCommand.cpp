@@ -11,6 +11,8 @@
 #include <string>
 
 #include "Commands.h"
+#include "formats/native/STDSIGFI.h"
+#include "platform/FileOps.h"
 #include "DemoSignals.h"
 #include "ToolSupport.h"
 #include "montage/mtgs.h"
@@ -239,8 +241,7 @@ int RunDemo(const DemoOptions& opt) {
     // The recording is made under a temporary name beside the target and
     // takes the target's name only once complete, so that an existing
     // recording is replaced only by a whole new one.
-    const std::string temp = ExtractBase(opt.out) + StrFormat("~demo%ld", static_cast<long>(::getpid())) +
-                             ExtractExt(opt.out);
+    const std::string temp = OwnedTemporaryName(opt.out, "demo");
     if (!CSigFile::IsValidFormat(opt.out.c_str()) || GetSigFileFormat(opt.out.c_str()) != SIGFILE_FORMAT_NATIVE) {
         CSigFile::ErrorMessageBox(opt.out.c_str(), ERROR_INVALID_NAME);
         return 1;
@@ -250,8 +251,8 @@ int RunDemo(const DemoOptions& opt) {
         return 1;
     }
     SetLastError(0);
-    const bool exists = VhlCheckFileExist(opt.out) || VhlCheckFileExist(ExtractBase(opt.out) + ".STS");
-    if ((exists && !CSigFile::Delete(opt.out.c_str())) || !CSigFile::Rename(temp.c_str(), opt.out.c_str())) {
+    // In place of an existing recording, all or nothing.
+    if (!ReplaceRecording(temp, opt.out)) {
         const long code = GetLastError();
         CSigFile::Delete(temp.c_str());
         CSigFile::ErrorMessageBox(opt.out.c_str(), code ? code : ERROR_WRITE_FAULT);

@@ -199,7 +199,9 @@ void RecoverRecording(const std::string& sig) {
     if (DIR* d = ::opendir(dir.empty() ? "." : dir.c_str())) {
         std::vector<std::string> journals;
         while (dirent* e = ::readdir(d))
-            if (EqualsNoCase(ExtractExt(e->d_name), ".$J$")) journals.push_back(dir + e->d_name);
+            // (a journal still under its temporary name decided nothing)
+            if (EqualsNoCase(ExtractExt(e->d_name), ".$J$") && !std::strchr(e->d_name, '~'))
+                journals.push_back(dir + e->d_name);
         ::closedir(d);
         for (const std::string& j : journals)
             if (FileSetJournalTouches(j, base)) RecoverFileSet(j);

@@ -29,3 +29,14 @@ if(SIGFILE_SYSTEM_PYTHON)
   set_tests_properties(EdfRealFilesAgreeWithMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300
                        ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
 endif()
+
+# Kill tests: every command that writes, killed at each of its file-system
+# calls (LD_PRELOAD shim), leaves each recording old or new, whole.
+add_library(kill_shim MODULE ${CMAKE_CURRENT_SOURCE_DIR}/support/kill_shim.cpp)
+target_link_libraries(kill_shim PRIVATE dl)
+if(SIGFILE_SYSTEM_PYTHON)
+  add_test(NAME CommandsSurviveKillsAtEveryFileCall
+           COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/native/kill_commands.py
+                   $<TARGET_FILE:sigfile_tool> $<TARGET_FILE:kill_shim>)
+  set_tests_properties(CommandsSurviveKillsAtEveryFileCall PROPERTIES TIMEOUT 900)
+endif()
