@@ -321,6 +321,16 @@ CObject* CArchive::ReadReference(const CRuntimeClass* requested, bool allowNew) 
     return ob;
 }
 
+std::unique_ptr<CObject> CArchive::TakeNewReference(CObject* object) {
+    for (auto it = m_orphans.begin(); it != m_orphans.end(); ++it)
+        if (it->get() == object) {
+            std::unique_ptr<CObject> taken = std::move(*it);
+            m_orphans.erase(it);
+            return taken;
+        }
+    return nullptr;
+}
+
 CObject* CArchive::ReadObjectImpl(const CRuntimeClass* requested, ReadMode mode) {
     CheckLoading();
     WORD tag;

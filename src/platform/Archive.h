@@ -112,6 +112,10 @@ public:
     // when allowNew, a new object, which the archive keeps and deletes when it
     // is destroyed (callers repair or drop such pointers after loading).
     CObject* ReadReference(const CRuntimeClass* requested, bool allowNew = false);
+    // Hands over a new object that ReadReference(.., true) read and the
+    // archive keeps: null when `object` is no such object (a back reference
+    // to an object someone else owns).
+    std::unique_ptr<CObject> TakeNewReference(CObject* object);
     CArchive& operator<<(const CObject* object) {
         WriteObject(object);
         return *this;

@@ -33,6 +33,7 @@ CStatusItem::CStatusItem(const CStatusGroup* group, LONG beginSample, CSDateTime
 CStatusItem& CStatusItem::operator=(const CStatusItem& src) {
     if (this == &src) return *this;
     m_pGroup = src.m_pGroup;
+    m_ownGroup = src.m_ownGroup;
     m_nBeginSample = src.m_nBeginSample;
     m_beginTime = src.m_beginTime;
     m_nEndSample = src.m_nEndSample;
@@ -107,10 +108,14 @@ void CStatusItem::Serialize(CArchive& ar) {
     WORD version;
     ar >> version;
     if (version > kItemVersion) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName.c_str());
-    // The group must be an object the archive already holds: an item never
-    // brings a group of its own.
-    const auto* group = static_cast<const CStatusGroup*>(ar.ReadReference(RUNTIME_CLASS(CStatusGroup)));
+    // The group is an object the archive already holds (an item of a status
+    // file), or, for an item archived alone, the group written inline with
+    // it, which the item then owns.
+    CObject* read = ar.ReadReference(RUNTIME_CLASS(CStatusGroup), true);
     CStatusItem item;
+    if (std::unique_ptr<CObject> own = ar.TakeNewReference(read))
+        item.m_ownGroup.reset(static_cast<const CStatusGroup*>(own.release()));
+    const auto* group = static_cast<const CStatusGroup*>(read);
     item.m_pGroup = group;
     int begin, end;
     ar >> begin >> item.m_beginTime >> end >> item.m_endTime;
@@ -142,6 +147,7 @@ void CStatusItem::Serialize(CArchive& ar) {
     }
     // Everything was read: take it over without copying.
     m_pGroup = item.m_pGroup;
+    m_ownGroup = std::move(item.m_ownGroup);
     m_nBeginSample = item.m_nBeginSample;
     m_beginTime = item.m_beginTime;
     m_nEndSample = item.m_nEndSample;

@@ -11,6 +11,8 @@
 // refused with the object unchanged.
 #pragma once
 
+#include <memory>
+
 #include <string>
 
 #include "platform/Collections.h"
@@ -139,7 +141,10 @@ public:
     void Serialize(CArchive& ar) override;
 
     const CStatusGroup* GetGroup() const { return m_pGroup; }
-    void SetGroup(const CStatusGroup* group) { m_pGroup = group; }
+    void SetGroup(const CStatusGroup* group) {
+        m_pGroup = group;
+        if (m_ownGroup.get() != group) m_ownGroup.reset();
+    }
     LONG GetBeginSample() const { return m_nBeginSample; }
     LONG GetEndSample() const { return m_nEndSample; }
     void SetSampleRange(LONG begin, LONG end) { m_nBeginSample = begin; m_nEndSample = end; }
@@ -175,6 +180,9 @@ public:
 
 private:
     const CStatusGroup* m_pGroup = nullptr;
+    // The group an item read alone brought with it (archived inline), which
+    // it then owns, shared by its copies; null for an item of a file.
+    std::shared_ptr<const CStatusGroup> m_ownGroup;
     LONG m_nBeginSample = 0;
     CSDateTime m_beginTime;
     LONG m_nEndSample = 0;

@@ -5,6 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/Archive.h"
+#include "platform/File.h"
 #include "status/StatusBytes.h"
 #include "status/stsitm.h"
 
@@ -159,15 +161,40 @@ TEST(StatusItemTest, DamagedItemsAreRefused) {
     negative.append(ItemHead(4)).append(tail(Bytes().u16(1).i32(-4)));
     EXPECT_EQ(LoadCause(negative), CArchiveException::genericException);
 
-    // The group reference names an object never written, an object that is
-    // not a group, or brings a new object of its own.
+    // The group reference names an object never written, or an object that
+    // is not a group.
     EXPECT_EQ(LoadCause(GroupObject({}).append(ItemHead(4, 9))), CArchiveException::badIndex);
     Bytes notGroup = Bytes().newClass("CStringArray").u16(0);
     notGroup.append(ItemHead(4));
     EXPECT_EQ(LoadCause(notGroup), CArchiveException::badClass);
-    Bytes inlineGroup = Bytes().newClass("CStringArray").u16(0);
-    inlineGroup.newClass("CStatusItem").u16(4).append(GroupObject({}));
-    EXPECT_EQ(LoadCause(inlineGroup), CArchiveException::badIndex);
+}
+
+// An item archived alone carries its group inline; read back, it owns that
+// group, and so do its copies.
+TEST(StatusItemTest, AnItemArchivedAloneBringsItsGroup) {
+    CStatusGroup group("8D1996CC-55A2-41B7-9477-839A46DE2ABE", "Bookmarks", "", 3, 0, 0, -1, "", 0, 0, 1, 0);
+    CStatusItem item(&group, 10, CSDateTime(2026, 1, 31, 22, 5, 0), 20, CSDateTime(2026, 1, 31, 22, 5, 1), "",
+                     "Signet", "", 0, 1);
+    CMemFile out;
+    {
+        CArchive ar(&out, CArchive::store);
+        ar.WriteObject(&item);
+        ar.Close();
+    }
+    const std::vector<BYTE> bytes = out.Detach();
+    CMemFile in(bytes.data(), bytes.size());
+    std::unique_ptr<CStatusItem> copy;
+    {
+        CArchive ar(&in, CArchive::load);
+        copy.reset(static_cast<CStatusItem*>(ar.ReadObject(RUNTIME_CLASS(CStatusItem))));
+    }
+    ASSERT_TRUE(copy);
+    ASSERT_TRUE(copy->GetGroup());
+    EXPECT_EQ(copy->GetGroup()->GetGroupName(), "Bookmarks");
+    EXPECT_EQ(copy->GetName(), "Signet");
+    CStatusItem second(*copy);
+    copy.reset();
+    EXPECT_EQ(second.GetGroup()->GetGroupID(), "8D1996CC-55A2-41B7-9477-839A46DE2ABE");
 }
 
 TEST(StatusItemTest, PropertyValuesByKeyAndIndex) {
