@@ -1,10 +1,15 @@
 // The montages' use of the formula compiler: declaring the recording
 // channels and globals, trial compilations that decide whether an edit is
 // accepted, and the compiler's montage overload.
+#include <set>
+#include <string>
+#include <vector>
+
 #include "formula/RFMT.h"
 #include "formula/filters.h"
 #include "montage/mtgs.h"
 #include "platform/Assert.h"
+#include "platform/Strings.h"
 #include "platform/Support.h"
 
 namespace {
@@ -128,13 +133,29 @@ int CCReformater::Compile(CLogicalMontage* montage, CFilter* filter1, CFilter* f
     Destroy();
     SF_ASSERT(montage != nullptr, kSource, __LINE__);
     if (!montage) return 0;
-    if (const CRecordingMontage* rec = montage->GetRecordingMontage()) rec->DeclareInputs(*this);
+    const CRecordingMontage* rec = montage->GetRecordingMontage();
+    // A recording montage computes its own channels: each output reads its
+    // own channel, even when channels share electrode 1 (C3-A1 and C3-A2),
+    // through a name of its own ("C3~1") for every repeat.
+    std::vector<CString> ownNames;
+    if (rec && rec == montage) {
+        std::set<CString> seen;
+        for (unsigned i = 0; i < rec->GetNumChannels(); ++i) {
+            CString name = ToUpperAscii(rec->GetElectrodeName1(i));
+            if (!seen.insert(name).second) name += "~" + std::to_string(i);
+            ownNames.push_back(name);
+            AddInput(name.c_str(), rec->GetElectrodeName2(i), rec->GetSamplesChannel(i), rec->GetFrequency(i),
+                     rec->GetType(i), rec->GetUnit(i), static_cast<int>(i));
+        }
+    } else if (rec) {
+        rec->DeclareInputs(*this);
+    }
     for (unsigned g = 0; g < montage->GetNumGlobals(); ++g)
         AddGlobal(montage->GetGlobalName(g), montage->GetGlobalFormula(g));
     const CFilter* filters[] = {filter1, filter2, filter3};
     for (unsigned c = 0; c < montage->GetNumChannels(); ++c) {
         const CString label = montage->GetLabel(c);
-        CString formula = montage->GetFormula(c);
+        CString formula = c < ownNames.size() ? ownNames[c] : montage->GetFormula(c);
         for (const CFilter* filter : filters)
             if (filter)
                 formula = filter->GetFilteredFormula(formula.c_str(), montage->GetFrequency(c), montage->GetType(c),
