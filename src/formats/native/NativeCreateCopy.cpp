@@ -48,6 +48,7 @@ struct Channel {
     unsigned target = 0;   // stored rate
     unsigned samples = 0;  // per native record
     bool resampled = false;
+    bool trigger = false;  // codes become trigger items
     enum Mode { Copy16, Shift, Spread, Trigger } mode = Copy16;
     double gain = 1, offset = 0;  // world = source value x gain + offset
     double lo = HUGE_VAL, hi = -HUGE_VAL;  // range of the source values used
@@ -85,6 +86,8 @@ private:
     bool Emit(CSigFile& target, bool pad, std::string& error);
     void EndSegment();
     void CopyItems(CSigFile& target);
+    bool RunEventsOnly(std::string& error);
+    bool Finish(CSigFilePtr target, const std::string& temp, bool ok, std::string& error);
     LONG SampleAt(double seconds) const;
 
     CSigFile& m_file;
@@ -211,8 +214,12 @@ bool NativeCopier::ChooseChannels(std::string& error) {
                     ch.offset *= 1e-3;
                 }
             }
-            if (IsTriggerLabel(i.label)) ch.mode = Channel::Trigger;
-            else if (i.digitalMin >= kAdMin && i.digitalMax <= kAdMax) ch.mode = Channel::Copy16;
+            ch.trigger = IsTriggerLabel(i.label);
+            // Stored samples that fit 16 bits go through as they are (a
+            // trigger channel too: its codes are also items); a wider
+            // trigger channel keeps its lower 16 bits, the code bits.
+            if (i.digitalMin >= kAdMin && i.digitalMax <= kAdMax) ch.mode = Channel::Copy16;
+            else if (ch.trigger) ch.mode = Channel::Trigger;
             else ch.mode = Channel::Shift;  // or Spread, once the range used is known
             m_channels.push_back(std::move(ch));
         }
@@ -414,7 +421,7 @@ bool NativeCopier::Describe(std::string& error) {
 }
 
 void NativeCopier::Push(Channel& ch, const double* values, unsigned n, double recordStart) {
-    if (ch.mode == Channel::Trigger) {
+    if (ch.trigger) {
         // Codes change where a sample differs from the one before.
         const bool wide = ch.info.bits > 16;
         for (unsigned k = 0; k < n; ++k) {
@@ -429,7 +436,7 @@ void NativeCopier::Push(Channel& ch, const double* values, unsigned n, double re
     }
     if (!ch.resampled) {
         ch.queue.insert(ch.queue.end(), values, values + n);
-    } else if (ch.mode == Channel::Trigger) {
+    } else if (ch.trigger) {
         // Codes are held, never interpolated.
         const double ratio = ch.rate / ch.target;
         for (unsigned k = 0; k < n; ++k) {
@@ -539,7 +546,7 @@ bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
     // Codes still in force at the end.
     const double end = m_recordStarts.empty() ? 0 : m_recordStarts.back() + double(kRecordSamples) / m_base;
     for (Channel& ch : m_channels)
-        if (ch.mode == Channel::Trigger && ch.code != 0) m_triggers.push_back({ch.codeStart, end, ch.code});
+        if (ch.trigger && ch.code != 0) m_triggers.push_back({ch.codeStart, end, ch.code});
     if (m_padded) m_notes.push_back(StrFormat(LoadResString(IDS_NATIVE_NOTE_PADDED).c_str(), m_padded));
     return true;
 }
@@ -626,6 +633,8 @@ void NativeCopier::CopyItems(CSigFile& target) {
 }
 
 bool NativeCopier::Run(std::string& error) {
+    if (m_file.GetNumChannels() == 0 && !m_computed.Get() && m_options.montage.empty() && m_options.derives.empty())
+        return RunEventsOnly(error);
     if (!ChooseChannels(error) || !ChooseRates(error)) return false;
     const long count = m_file.GetNumRecords();
     m_first = m_options.firstRecord;
@@ -644,7 +653,7 @@ bool NativeCopier::Run(std::string& error) {
 
     // The new recording is built under a name of its own beside the target
     // and put in place whole when complete.
-    const std::string temp = ExtractBase(m_out) + StrFormat("~new%d", int(::getpid())) + ".SIG";
+    const std::string temp = OwnedTemporaryName(m_out, "new");
     CSigFile::Delete(temp.c_str());
     long code = 0;
     CSigFilePtr target(CSigFile::Create(temp.c_str(), m_header.get(), m_patient.get(), m_montage.get(),
@@ -654,7 +663,11 @@ bool NativeCopier::Run(std::string& error) {
         return false;
     }
     if (m_progress) m_progress->SetRange(ULONGLONG(m_end - m_first));
-    bool ok = CopyRecords(*target, error);
+    const bool ok = CopyRecords(*target, error);
+    return Finish(std::move(target), temp, ok, error);
+}
+
+bool NativeCopier::Finish(CSigFilePtr target, const std::string& temp, bool ok, std::string& error) {
     if (ok) {
         CopyItems(*target);
         ok = target->Flush() != 0;
@@ -667,6 +680,30 @@ bool NativeCopier::Run(std::string& error) {
     }
     if (!ok) CSigFile::Delete(temp.c_str());
     return ok;
+}
+
+// A recording without channels (a hypnogram, scored events): a native
+// recording of events only, their samples counted in seconds from its start.
+bool NativeCopier::RunEventsOnly(std::string& error) {
+    const CFileHeader* h = m_file.GetFileHeader();
+    m_origin = h ? h->GetCreationDateTime() : CSDateTime();
+    m_header = std::make_unique<CFileHeader>(h ? h->GetFileDesc() : CString(), h ? h->GetInstitution() : CString(),
+                                             h ? h->GetFileType() : 0, m_origin);
+    m_patient = std::make_unique<CPatientInfo>(m_file.GetPatientInfo() ? *m_file.GetPatientInfo() : CPatientInfo());
+    m_montage = std::make_unique<CPhysicalMontage>("", 0);
+    m_montage->CreateRecordingMontage()->SetBaseFrequency(1);
+    m_calibration = std::make_unique<CCalibration>(0, kAdMin, kVoltMin, kAdMax, kVoltMax, 1.0);
+    m_base = 1;
+    m_end = 0;
+    const std::string temp = OwnedTemporaryName(m_out, "new");
+    long code = 0;
+    CSigFilePtr target(CSigFile::Create(temp.c_str(), m_header.get(), m_patient.get(), m_montage.get(),
+                                        m_calibration.get(), SIGFILE_FORMAT_NATIVE, &code, 1));
+    if (!target) {
+        error = StrFormat(LoadResString(IDS_NATIVE_ERR_WRITE).c_str(), m_out.c_str(), code);
+        return false;
+    }
+    return Finish(std::move(target), temp, true, error);
 }
 
 }  // namespace

@@ -268,7 +268,8 @@ void CStdSigFile::CheckConsistency() const {
     // record access would leave its arrays.
     const auto* codec = dynamic_cast<const CStdCoDec*>(m_pStsFile->GetSigCoDec());
     const CCalibration* calibration = m_pStsFile->GetCalibration();
-    bool ok = codec && calibration && codec->GetNumChannels() > 0 && m_pStsFile->GetNumRecords() >= 0 &&
+    bool ok = codec && calibration && (codec->GetNumChannels() > 0 || m_pStsFile->GetNumRecords() == 0) &&
+              m_pStsFile->GetNumRecords() >= 0 &&
               calibration->GetNumChannels() >= codec->GetNumChannels();
     if (ok) {
         unsigned long long size = 8;
@@ -402,8 +403,8 @@ CStdSigFile* CStdSigFile::Create(const char* name, CFileHeader* header, CPatient
     try {
         const CRecordingMontage* rec =
             montage && montage->GetNumRecordingMontages() > 0 ? montage->GetRecordingMontageAt(0) : nullptr;
-        if (!header || !patient || !calibration || !rec || rec->GetNumChannels() == 0 ||
-            rec->GetNumChannels() > 128 || calibration->GetNumChannels() < rec->GetNumChannels()) {
+        // (a recording without channels holds events only: a scored hypnogram)
+        if (!header || !patient || !calibration || !rec || rec->GetNumChannels() > 128 || calibration->GetNumChannels() < rec->GetNumChannels()) {
             err = ERROR_INVALID_PARAMETER;
             ThrowGenericException("Failure due to invalid argument(s)");
         }
