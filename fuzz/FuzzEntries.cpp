@@ -394,10 +394,33 @@ int Edf(const uint8_t* data, size_t size) {
     return 1;
 }
 
+// A Nihon Kohden set: the input is the ".EEG"; the same bytes also stand
+// for its ".PNT" and ".LOG", so that their parsers meet hostile bytes too.
+int NihonKohden(const uint8_t* data, size_t size) {
+    const std::string base = WorkDir() + "/nk";
+    WriteFile(base + ".EEG", data, size);
+    WriteFile(base + ".PNT", data, size);
+    WriteFile(base + ".LOG", data, size);
+    CSigFilePtr file(CSigFile::Open((base + ".EEG").c_str(), 1));
+    if (!file) return 0;
+    std::unique_ptr<CFmtSigRec> fmt(file->CreateCompatibleFmtSigRec());
+    std::unique_ptr<CRawSigRec> raw(file->CreateCompatibleRawSigRec());
+    volatile double sink = 0;
+    const long count = std::min(file->GetNumRecords(), kMaxRecords);
+    for (long r = 0; r < count; ++r) {
+        file->MoveTo(r);
+        if (!file->ReadAsVolts(fmt.get()) || !file->Read(raw.get())) return 0;
+        sink = sink + fmt->GetTime().GetValue();
+    }
+    for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) sink = sink + file->GetStatusItemAt(i)->GetBeginSample();
+    return 1;
+}
+
 const std::vector<Target>& Targets() {
     static const std::vector<Target> targets = {
         {"status", Status},         {"sigfile", SigFile}, {"filters", Filters},
         {"spectral_header", SpectralHeader}, {"formula", Formula}, {"edf", Edf},
+        {"nihonkohden", NihonKohden},
     };
     return targets;
 }

@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 scripts/deps.sh clang-14 libclang-rt-14-dev
 export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=true
 seconds="${FUZZ_SECONDS:-15}"
-targets=(status sigfile filters spectral_header formula edf)
+targets=(status sigfile filters spectral_header formula edf nihonkohden)
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz

@@ -6,6 +6,7 @@
 
 #include "platform/strings/EdfStrings.h"
 #include "platform/strings/NativeStrings.h"
+#include "platform/strings/NkStrings.h"
 #include "platform/strings/RegistryStrings.h"
 
 namespace {
@@ -47,6 +48,7 @@ const std::map<UINT, std::string>& StringTable() {
 #include "platform/strings/RegistryStrings.inc"
 #include "platform/strings/EdfStrings.inc"
 #include "platform/strings/NativeStrings.inc"
+#include "platform/strings/NkStrings.inc"
     };
     return table;
 }

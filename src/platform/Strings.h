@@ -45,3 +45,6 @@ std::vector<std::string> SplitWords(const std::string& text, const char* delimit
 // ASCII transliteration: accented Latin letters lose their accents
 // ("Hélène" -> "Helene"); characters without an ASCII form become '?'.
 std::string TransliterateAscii(const std::string& s);
+
+// True when the bytes are well-formed UTF-8.
+bool IsUtf8(const std::string& s);

@@ -20,6 +20,7 @@
 #include "spectral/Csafile.h"
 #include "spectral/Specrec.h"
 #include "status/stsitm.h"
+#include "support/NkFiles.h"
 #include "support/SmallRecording.h"
 #include "support/TestSupport.h"
 
@@ -214,4 +215,11 @@ TEST(FuzzSeedsTest, EdfFiles) {
         seeds[kNames[static_cast<int>(format)]] = ReadFileBytes(name);
     }
     CheckAndPublish("edf", seeds);
+}
+
+TEST(FuzzSeedsTest, NihonKohdenFiles) {
+    Seeds seeds;
+    seeds["one-block.EEG"] = nktest::MakeEeg({{0, 10}}).b;
+    seeds["two-blocks.EEG"] = nktest::MakeEeg({{0, 10}, {3, 5}}).b;
+    CheckAndPublish("nihonkohden", seeds);
 }

@@ -51,8 +51,3 @@ extern const CSigFileDriver g_serverDriver = {.format = SIGFILE_FORMAT_SERVER,
                                        .Identify = RecogniseNothing,
                                        .Open = OpenWithoutServer,
                                        .Create = CreateWithoutServer};
-// Nihon Kohden recordings: no reader yet.
-extern const CSigFileDriver g_nihonKohdenDriver = {.format = SIGFILE_FORMAT_NIHONKOHDEN,
-                                            .name = "nihon-kohden",
-                                            .description = "Nihon Kohden recording",
-                                            .Identify = RecogniseNothing};

@@ -40,3 +40,13 @@ if(SIGFILE_SYSTEM_PYTHON)
                    $<TARGET_FILE:sigfile_tool> $<TARGET_FILE:kill_shim>)
   set_tests_properties(CommandsSurviveKillsAtEveryFileCall PROPERTIES TIMEOUT 900)
 endif()
+
+# The Nihon Kohden set of ../shared/nihon-kohden against its EDF export and
+# MNE-Python's reader.  Skipped when either is missing.
+if(SIGFILE_SYSTEM_PYTHON)
+  add_test(NAME NihonKohdenAgreesWithItsEdfExportAndMne
+           COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/nihonkohden/compare_nk.py
+                   ${PROJECT_SOURCE_DIR}/../shared/nihon-kohden $<TARGET_FILE:recording_dump>)
+  set_tests_properties(NihonKohdenAgreesWithItsEdfExportAndMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
+                       ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
+endif()
