@@ -197,8 +197,9 @@ int ValidateStatusItems(CSigFile* file, CStringArray* findings) {
             if (std::fabs(bySamples - byTime) > 1.0 + 1.0 / frequency)
                 report(i, item, "durées en échantillons et en temps différentes");
         }
-        // (a recording without channels holds events only: they have no records to lie in)
-        if (file->GetNumChannels() > 0 && (begin < 0 || end > totalSamples)) report(i, item, "hors de l'enregistrement");
+        // (a recording without channels or records holds events only: they have no records to lie in)
+        const bool eventsOnly = file->GetNumChannels() == 0 && file->GetNumRecords() == 0;
+        if (!eventsOnly && (begin < 0 || end > totalSamples)) report(i, item, "hors de l'enregistrement");
     }
     return problems == 0 ? 1 : 0;
 }
