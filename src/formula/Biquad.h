@@ -19,6 +19,7 @@
 //    high edge, and so on; a band whose low edge is not below its high edge
 //    is empty (band-pass blocks, band-stop passes).
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <cstddef>
 #include <vector>
@@ -66,3 +67,4 @@ private:
     std::vector<Section> m_sections;
     bool m_bBlock = false;
 };
+#pragma GCC visibility pop

@@ -13,6 +13,7 @@
 // limits on nesting and tree height stop it early, so that a hostile text
 // cannot exhaust the stack.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <map>
 #include <memory>
@@ -90,3 +91,4 @@ private:
     CString m_strDiagnostic;
     std::set<CCGlobalVar*> m_globalsUsed;
 };
+#pragma GCC visibility pop

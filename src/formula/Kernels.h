@@ -4,6 +4,7 @@
 // precision operations, in the same order, as the scalar loops, so results
 // are bit for bit those of a sample-by-sample evaluation.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <cstring>
 
@@ -64,3 +65,4 @@ inline void SymmetricFir(float* __restrict y, const float* __restrict x, const f
 }
 
 }  // namespace formulakernels
+#pragma GCC visibility pop

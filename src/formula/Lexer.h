@@ -8,6 +8,7 @@
 //
 // The lexer knows nothing of the names: the parser resolves them.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 #include <string_view>
@@ -52,3 +53,4 @@ private:
     std::string_view m_text;
     size_t m_pos = 0;
 };
+#pragma GCC visibility pop

@@ -12,6 +12,7 @@
 // reads the samples of one.  Each variable records the widest range that the
 // formulas read from it.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -170,3 +171,4 @@ public:
     // The function's name as written in formulas ("FIR", ...).
     virtual const char* GetFunctionName() const = 0;
 };
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 // tighter than * and /), parentheses, unsigned decimal constants, channel and
 // macro names, and the built-in functions ABS, CMP, FIR, IIR and SUM.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <map>
 #include <memory>
@@ -203,3 +204,4 @@ private:
     std::vector<CString> m_diagnostics;
     bool m_bCompiled = false;
 };
+#pragma GCC visibility pop

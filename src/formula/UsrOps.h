@@ -11,6 +11,7 @@
 // cut-off, 3 band-pass, 4 band-stop between them.  Integer arguments are
 // the float constants truncated toward zero.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -152,3 +153,4 @@ private:
     int m_nAfter = 0;
     float* m_pOrigin = nullptr;
 };
+#pragma GCC visibility pop

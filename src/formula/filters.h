@@ -11,6 +11,7 @@
 //   CFilterSet  version (WORD, 3), object count, then each CFilter as an
 //               archived object
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -122,3 +123,4 @@ public:
 private:
     std::vector<std::unique_ptr<CFilter>> m_filters;
 };
+#pragma GCC visibility pop

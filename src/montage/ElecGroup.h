@@ -11,6 +11,7 @@
 // 2 strip (18 rows, column 0 only), 3 depth shaft (8 rows, every row is a
 // contact).  Argument checks assert with the source name "ElecGroup".
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Archive.h"
 #include "platform/Collections.h"
@@ -122,3 +123,4 @@ private:
 
 CArchive& operator>>(CArchive& ar, CElectrode*& electrode);
 CArchive& operator>>(CArchive& ar, CElecGroup*& group);
+#pragma GCC visibility pop

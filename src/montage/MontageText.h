@@ -1,6 +1,7 @@
 // Helpers shared by the montage classes: rewriting the names that a formula
 // text refers to, and copies that keep a montage's class.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 
@@ -24,3 +25,4 @@ CRecordingMontage* CloneRecording(const CRecordingMontage& source);
 CReformatedMontage* CloneReformated(const CReformatedMontage& source);
 
 }  // namespace montage_detail
+#pragma GCC visibility pop

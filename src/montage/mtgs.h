@@ -36,6 +36,7 @@
 //     follow a renamed input or global and the derived channels' frequency,
 //     type and unit are recomputed.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 #include <vector>
@@ -577,3 +578,4 @@ public:
 CArchive& operator>>(CArchive& ar, CPhysicalMontage*& montage);
 CArchive& operator>>(CArchive& ar, CRecordingMontage*& montage);
 CArchive& operator>>(CArchive& ar, CReformatedMontage*& montage);
+#pragma GCC visibility pop

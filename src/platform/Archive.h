@@ -18,6 +18,7 @@
 // CArchiveException::endOfFile, and every count is checked against the bytes
 // that remain before anything is allocated for it.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -184,3 +185,4 @@ private:
 // Largest nesting of objects inside objects that an archive accepts on
 // loading: a hostile file cannot exhaust the stack.
 inline constexpr int kArchiveMaxDepth = 200;
+#pragma GCC visibility pop

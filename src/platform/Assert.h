@@ -1,6 +1,7 @@
 // The library's assertion routine.  A failed precondition reports the source
 // name and line through one replaceable handler and execution carries on.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <functional>
 
@@ -20,3 +21,4 @@ inline void VhlDumpStack() {}
     do {                                   \
         if (!(cond)) VhlAssert(source, line); \
     } while (0)
+#pragma GCC visibility pop

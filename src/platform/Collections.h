@@ -2,6 +2,7 @@
 // (an index out of range raises CInvalidArgException), their archive forms,
 // a DWORD-to-string map and an array kept sorted by virtual comparisons.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <algorithm>
 #include <map>
@@ -171,3 +172,4 @@ public:
 private:
     std::map<DWORD, std::string> m_map;
 };
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 // duration in seconds; the difference of two date-times is rounded to the
 // nearest millisecond so that spans compare as the clock says.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 
@@ -81,3 +82,4 @@ private:
 
 CArchive& operator<<(CArchive& ar, const CSDateTime& dt);
 CArchive& operator>>(CArchive& ar, CSDateTime& dt);
+#pragma GCC visibility pop

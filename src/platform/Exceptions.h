@@ -2,6 +2,7 @@
 // invalid-argument exceptions, plus the simple-exception base that the
 // library's own CGenericException derives from.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <exception>
 #include <string>
@@ -88,3 +89,4 @@ public:
 [[noreturn]] void AfxThrowInvalidArgException();
 [[noreturn]] void AfxThrowArchiveException(int cause, const char* fileName = nullptr);
 [[noreturn]] void AfxThrowFileException(int cause, long osError = -1, const char* fileName = nullptr);
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 // fails with system error 32 (sharing violation).  Read-only opens take no
 // lock.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 #include <vector>
@@ -111,3 +112,4 @@ private:
     size_t m_externalSize = 0;
     size_t m_pos = 0;
 };
+#pragma GCC visibility pop

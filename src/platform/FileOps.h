@@ -1,5 +1,6 @@
 // Whole-file operations used by the static file operations of the formats.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <functional>
 #include <string>
@@ -73,3 +74,4 @@ bool IsLeftoverTemporary(const std::string& name);
 // Deletes the leftover temporaries (of dead processes) of the files whose
 // base is `base`, in its folder; returns how many were deleted.
 int CleanLeftoverTemporaries(const std::string& base);
+#pragma GCC visibility pop

@@ -2,6 +2,7 @@
 // thread's last error, and the message sink through which every message box
 // goes.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <functional>
 #include <string>
@@ -99,3 +100,4 @@ MessageSink SetMessageSink(MessageSink sink);
 std::string FoldToOneLine(const std::string& text);
 // Shows a box with an OK button through the sink; returns 1 (OK).
 int AfxMessageBox(const std::string& text, const std::string& caption = "");
+#pragma GCC visibility pop

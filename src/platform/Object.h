@@ -1,6 +1,7 @@
 // Serializable object base with run-time class information and dynamic
 // creation by class name, as the archive format needs it.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -87,3 +88,4 @@ public:                                                          \
 
 // Abstract classes declare DECLARE_DYNAMIC and use IMPLEMENT_SERIAL_ABSTRACT
 // when they must be known to the archive by name.
+#pragma GCC visibility pop

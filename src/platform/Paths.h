@@ -1,6 +1,7 @@
 // Path helpers.  A name's "drive + folder + base name" is the path without
 // its extension; the drive is always empty on POSIX systems.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 
@@ -28,3 +29,4 @@ ULONGLONG VhlGetFileSize(const std::string& path);
 // The user's folder: $SIGFILE_USER_DIR, else $XDG_CONFIG_HOME/sigfile, else
 // ~/.config/sigfile; with a trailing separator.
 std::string VhlGetUserPath();
+#pragma GCC visibility pop

@@ -1,6 +1,7 @@
 // Text helpers: the API speaks UTF-8; archives and files hold Windows-1252
 // (or UTF-16 where a character has no Windows-1252 code).
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <cstdarg>
 #include <string>
@@ -48,3 +49,4 @@ std::string TransliterateAscii(const std::string& s);
 
 // True when the bytes are well-formed UTF-8.
 bool IsUtf8(const std::string& s);
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // Small services of the support library that several subsystems share.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 
@@ -14,3 +15,4 @@ unsigned VhlGetSamplesChannel(unsigned spr, unsigned base, unsigned f);
 // True when the locale measures in metric units ($SIGFILE_UNITS=imperial
 // says otherwise; so does an en_US/en_LR/my_MM LC_MEASUREMENT or LANG).
 bool VhlIsLocaleMetric();
+#pragma GCC visibility pop

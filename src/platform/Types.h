@@ -1,5 +1,6 @@
 // Fixed-width names used throughout the library and in its archive forms.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <cstddef>
 #include <cstdint>
@@ -36,3 +37,4 @@ struct CPoint {
     bool operator==(const CPoint& o) const { return x == o.x && y == o.y; }
     bool operator!=(const CPoint& o) const { return !(*this == o); }
 };
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 // creation date-time, created-by text, last-modified-by text.  Version 1 has
 // neither program text, version 2 no last-modified-by text.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Archive.h"
 #include "platform/DateTime.h"
@@ -52,3 +53,4 @@ private:
 };
 
 CArchive& operator>>(CArchive& ar, CFileHeader*& header);
+#pragma GCC visibility pop

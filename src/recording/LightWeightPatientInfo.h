@@ -5,6 +5,7 @@
 // the units of the record's unit-system code (0 the locale's system,
 // 1 metric: metres and kilograms, 2 imperial: feet and pounds).
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -66,3 +67,4 @@ private:
     CString m_height;
     CString m_weight;
 };
+#pragma GCC visibility pop

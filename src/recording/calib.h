@@ -16,6 +16,7 @@
 // extra WORD per channel before the point blocks; versions 1 and 2 have no
 // Bpos table.  The derived values are rebuilt on loading, never stored.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Archive.h"
 #include "platform/Collections.h"
@@ -155,3 +156,4 @@ private:
 };
 
 CArchive& operator>>(CArchive& ar, CCalibration*& calibration);
+#pragma GCC visibility pop

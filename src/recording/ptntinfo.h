@@ -11,6 +11,7 @@
 // comment, height, weight, user fields P1 to P5.  Version 1 ends after the
 // comment, version 2 after the weight.  Version 0 is refused.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Archive.h"
 #include "platform/DateTime.h"
@@ -147,3 +148,4 @@ private:
 };
 
 CArchive& operator>>(CArchive& ar, CPatientInfo*& patient);
+#pragma GCC visibility pop

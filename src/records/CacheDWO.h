@@ -8,6 +8,7 @@
 // are created once, from the run-time class given at construction, and
 // reused for every key their entry holds: a look-up allocates nothing.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -54,3 +55,4 @@ private:
     std::vector<Entry> m_entries;
     Entry* m_head = nullptr;
 };
+#pragma GCC visibility pop

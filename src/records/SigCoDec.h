@@ -3,6 +3,7 @@
 // supplies its own codec; a status file stores it as an archive object so
 // that a recording can be read without knowing the codec's class.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Collections.h"
 #include "platform/Object.h"
@@ -33,3 +34,4 @@ protected:
     CSigCoDec() = default;
     CSigCoDec(const CSigCoDec&) = default;
 };
+#pragma GCC visibility pop

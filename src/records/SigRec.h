@@ -6,6 +6,7 @@
 // Archive form: WORD version (1), CSDateTime, WORD channels, WORD greatest
 // count, (channels + 1) WORD start table, samples.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 
@@ -101,3 +102,4 @@ protected:
 // Read a whole record object of that class (class record or back reference).
 CArchive& operator>>(CArchive& ar, CRawSigRec*& rec);
 CArchive& operator>>(CArchive& ar, CFmtSigRec*& rec);
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 // Archive form (WORD each): version 1, channels, record size, samples per
 // record, then each channel's samples per record.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 
@@ -47,3 +48,4 @@ private:
     WORD m_nChannels = 0;
     std::unique_ptr<unsigned short[]> m_pSamplesChannel;
 };
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 // then fails with ERROR_NOT_SUPPORTED (or 0 for the int operations, the last
 // error set to ERROR_NOT_SUPPORTED).
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 #include <vector>
@@ -92,3 +93,4 @@ int ConvertSigFile(const char* from, const char* to, const CSigFileCopyOptions& 
 // True when the montage is given and has a recording montage at index 0
 // (the rule CSigFile::Create applies when asked to validate).
 bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage);
+#pragma GCC visibility pop

@@ -4,6 +4,7 @@
 // through the cache and the codec.  Each format derived from it supplies the
 // two record-image operations Load and Save.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -128,3 +129,4 @@ protected:
 private:
     std::unique_ptr<CRawSigRec> m_pScratch;
 };
+#pragma GCC visibility pop

@@ -15,6 +15,7 @@
 // order one after another evaluates each input record once; any other jump
 // restarts the engine over the record span its formulas need.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -114,3 +115,4 @@ private:
     std::unique_ptr<CReformatedMontage> m_owned;
     CReformatedMontage* m_chosen = nullptr;
 };
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // Band-limited resampling of one signal between two rates.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <vector>
 
@@ -34,3 +35,4 @@ private:
     double m_first = 0;           // first input sample, held before the start
 };
 
+#pragma GCC visibility pop

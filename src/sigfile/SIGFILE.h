@@ -11,6 +11,7 @@
 // is shown through ErrorMessageBox, otherwise it is only stored there.  Error
 // -1 means "already reported" and is never shown.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -252,3 +253,4 @@ struct CSigFileCloser {
     }
 };
 using CSigFilePtr = std::unique_ptr<CSigFile, CSigFileCloser>;
+#pragma GCC visibility pop

@@ -2,6 +2,7 @@
 // times: the scored sleep stages or events of a separate file (an EDF+
 // hypnogram) attached to the night they describe.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <string>
 
@@ -14,3 +15,4 @@ class CSigFile;
 // descriptions of `from` are its own and are left out.  Returns the number of
 // items added, or -1 with a French message in *error.
 long MergeStatusItems(const CSigFile& from, CSigFile& into, std::string* error);
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // A complex number of two 32-bit floats, the element of FFT records.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 class CComplex {
 public:
@@ -31,3 +32,4 @@ private:
     float m_re = 0.0f;
     float m_im = 0.0f;
 };
+#pragma GCC visibility pop

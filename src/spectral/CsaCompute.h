@@ -7,6 +7,7 @@
 // time is that of the first FFT epoch.  A channel's samples are cut across
 // record boundaries as CFftFactory::Transform does.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <functional>
 
@@ -45,3 +46,4 @@ int ComputeSpectralFile(const char* outName, const CLogicalMontage* montage, uns
                         const WORD* selected, const CSpectralSettings& settings, LONG numRecords,
                         const SpectralRecordReader& reader, const char* sigFileName, const char* sigFileId,
                         const CPatientInfo* patient, CProgressInfo* progress = nullptr, long* error = nullptr);
+#pragma GCC visibility pop

@@ -26,6 +26,7 @@
 // Records go through a small write-back FIFO cache keyed by record index;
 // Close flushes it and rewrites the header.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -232,3 +233,4 @@ struct CCsaFileCloser {
     }
 };
 using CCsaFilePtr = std::unique_ptr<CCsaFile, CCsaFileCloser>;
+#pragma GCC visibility pop

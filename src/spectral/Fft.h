@@ -7,6 +7,7 @@
 // scale x sum x[j] exp(-2 pi i j k / fftLen) with scale = 1 / (sum of the
 // window), so that a constant signal c gives c in bin 0.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -152,3 +153,4 @@ private:
     float m_taperScale[kMaxChannels];
     std::vector<float> m_work;  // one channel's samples during Transform
 };
+#pragma GCC visibility pop

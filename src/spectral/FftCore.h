@@ -13,6 +13,7 @@
 // Twiddle factors and the bit-reversal permutation are computed once per
 // length and kept for the life of the process; a transform allocates nothing.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 namespace spectral {
 
@@ -28,3 +29,4 @@ void ComplexTransform(float* data, unsigned nn, int direction);
 void RealTransform(float* data, unsigned n, int direction);
 
 }  // namespace spectral
+#pragma GCC visibility pop

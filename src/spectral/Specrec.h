@@ -4,6 +4,7 @@
 // number of frequencies, CSDateTime, WORD channels, (channels + 1) WORD
 // start offsets, then as many floats as the last offset.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <vector>
 
@@ -74,3 +75,4 @@ private:
     std::vector<WORD> m_start;  // m_nChannels + 1 entries once created
     std::vector<float> m_values;
 };
+#pragma GCC visibility pop

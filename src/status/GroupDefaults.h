@@ -2,6 +2,7 @@
 // the descriptions of their properties, and the section group that a
 // detection group produces.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -69,3 +70,4 @@ CString GetDependentGroupId(const char* groupId);
 // True when the id is one of the well-known ids (compared without regard to
 // case).
 bool IsWellKnownGroupId(const char* groupId);
+#pragma GCC visibility pop

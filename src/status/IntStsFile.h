@@ -12,6 +12,7 @@
 // object as it was: the archive is loaded into fresh objects that replace
 // the held ones only at the end.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <vector>
@@ -172,3 +173,4 @@ private:
     int m_bIOError = 0;
     long m_nIOError = 0;
 };
+#pragma GCC visibility pop

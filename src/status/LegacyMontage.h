@@ -2,6 +2,7 @@
 // as a montage object followed by a 16-bit channel index.  This reads that
 // pair and turns it into the channel name that newer versions store.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Archive.h"
 
@@ -13,3 +14,4 @@ struct CLegacyChannelRef {
 // Reads the montage reference (it must be a logical montage; a null montage
 // asserts at assertLine) and the signed 16-bit index.
 CLegacyChannelRef ReadLegacyChannelRef(CArchive& ar, int assertLine);
+#pragma GCC visibility pop

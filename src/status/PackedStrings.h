@@ -3,6 +3,7 @@
 // items carry one such list for their property values, so that a recording
 // of a million events does not hold a million string arrays.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <utility>
@@ -53,3 +54,4 @@ private:
     int m_count = 0;
     int m_capacity = 0;
 };
+#pragma GCC visibility pop

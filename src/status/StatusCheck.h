@@ -1,5 +1,6 @@
 // Consistency checks of the status items of an open recording.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Collections.h"
 
@@ -9,3 +10,4 @@ class CSigFile;
 // appends one French line per finding to findings (when given).  Returns
 // non-zero when nothing was found; 0 for a null file.
 int ValidateStatusItems(CSigFile* file, CStringArray* findings);
+#pragma GCC visibility pop

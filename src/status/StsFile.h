@@ -2,6 +2,7 @@
 // CStsFile is the interface; CIntStsFile (IntStsFile.h) keeps the objects in
 // memory and stores them as one archive.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Object.h"
 #include "platform/Types.h"
@@ -65,3 +66,4 @@ public:
 protected:
     CStsFile() = default;
 };
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 // stretch of time).  Editing operations return non-zero when done and 0 when
 // refused with the object unchanged.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 
@@ -227,3 +228,4 @@ protected:
 
 CArchive& operator>>(CArchive& ar, CStatusGroup*& group);
 CArchive& operator>>(CArchive& ar, CStatusItem*& item);
+#pragma GCC visibility pop

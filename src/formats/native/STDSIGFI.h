@@ -28,6 +28,7 @@
 // its own (folder-based storage: the folder bears the recording's base name,
 // as in NIGHT1/NIGHT1.SIG).
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include <memory>
 #include <string>
@@ -115,3 +116,4 @@ private:
     DWORD m_writeBehindFirst = 0;
     DWORD m_writeBehindCount = 0;
 };
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // String ids of the EDF / BDF driver, export and import.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -22,3 +23,4 @@ enum : UINT {
     IDS_EDF_ERR_MEMORY = 30115,
     IDS_EDF_ERR_EXPORT = 30116,
 };
+#pragma GCC visibility pop

@@ -1,6 +1,7 @@
 // String ids of native recordings: conversions into them, consistency and
 // file operations.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -31,3 +32,4 @@ enum : UINT {
     IDS_NATIVE_NOTE_SHORT_DATA = 30423,      // records named, records held
     IDS_NATIVE_ERR_SNAPSHOT = 30424,         // recording
 };
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // String ids of the Nihon Kohden driver.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -18,3 +19,4 @@ enum : UINT {
     IDS_NK_NOTE_BAD_LOG = 30511,         // file
     IDS_NK_NOTE_BAD_LOG_BLOCK = 30512,   // file, block
 };
+#pragma GCC visibility pop

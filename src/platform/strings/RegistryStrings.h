@@ -1,5 +1,6 @@
 // String ids of the format registry and of conversions in general.
 #pragma once
+#pragma GCC visibility push(default)  // public API: exported by the shared library
 
 #include "platform/Types.h"
 
@@ -8,3 +9,4 @@ enum : UINT {
     IDS_ERR_FORMAT_READ_ONLY = 30001,  // format name
     IDS_ERR_OUTPUT_IS_SOURCE = 30002,  // output, recording
 };
+#pragma GCC visibility pop

@@ -2,7 +2,7 @@
 # (MNE-Python).  The test reports itself skipped when MNE-Python is missing.
 find_package(nlohmann_json CONFIG REQUIRED)
 add_executable(edf_mne_sample ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/edf_mne_sample.cpp)
-target_link_libraries(edf_mne_sample PRIVATE sigfile nlohmann_json::nlohmann_json)
+target_link_libraries(edf_mne_sample PRIVATE sigfile_static nlohmann_json::nlohmann_json)
 
 # The system interpreter first: that is where the distribution's python3-mne lives.
 find_program(SIGFILE_SYSTEM_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
@@ -21,7 +21,7 @@ endif()
 # programs) opened through CSigFile::Open and compared with MNE-Python.
 # Skipped when the folder or MNE-Python is missing.
 add_executable(recording_dump ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/recording_dump.cpp)
-target_link_libraries(recording_dump PRIVATE sigfile nlohmann_json::nlohmann_json)
+target_link_libraries(recording_dump PRIVATE sigfile_static nlohmann_json::nlohmann_json)
 if(SIGFILE_SYSTEM_PYTHON)
   add_test(NAME EdfRealFilesAgreeWithMne
            COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/compare_realworld.py
