@@ -1,5 +1,8 @@
 #include "JsonSupport.h"
 
+#include <charconv>
+#include <cstdlib>
+
 #include "recording/ptntinfo.h"
 
 namespace sigfile_tool {
@@ -27,6 +30,13 @@ Json PatientJson(const CPatientInfo* p) {
     j["user_fields"] = Json::array({p->GetUserFieldP1(), p->GetUserFieldP2(), p->GetUserFieldP3(),
                                     p->GetUserFieldP4(), p->GetUserFieldP5()});
     return j;
+}
+
+double FloatForJson(float value) {
+    char text[64];
+    auto res = std::to_chars(text, text + sizeof text - 1, value);
+    *res.ptr = '\0';
+    return std::strtod(text, nullptr);
 }
 
 }  // namespace sigfile_tool

@@ -112,11 +112,5 @@ std::string ChannelLabel(const CSigFile& file, unsigned channel) {
     return file.GetChannelInfo(channel, &info) ? info.label : std::string();
 }
 
-double FloatForJson(float value) {
-    char text[64];
-    auto res = std::to_chars(text, text + sizeof text - 1, value);
-    *res.ptr = '\0';
-    return std::strtod(text, nullptr);
-}
 
 }  // namespace sigfile_tool

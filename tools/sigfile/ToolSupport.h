@@ -85,8 +85,4 @@ private:
 // The label of a record channel as its file names it.
 std::string ChannelLabel(const CSigFile& file, unsigned channel);
 
-// A float as the shortest decimal text that reads back as the same float,
-// converted to double (so that 0.0032767f prints as 0.0032767).
-double FloatForJson(float value);
-
 }  // namespace sigfile_tool
