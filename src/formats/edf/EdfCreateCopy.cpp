@@ -107,20 +107,6 @@ struct PendingAnnotation {
     std::string text;
 };
 
-// The text an item had (or would have) in an annotation signal.
-std::string TextOfItem(const CStatusItem& item) {
-    const CStatusGroup* group = item.GetGroup();
-    if (group && group->GetGroupType() == 4) {
-        // A stage keeps the spelling it was scored with.
-        if (!item.GetComments().empty() && StageNameOfText(item.GetComments()) == item.GetName()) return item.GetComments();
-        return TextOfStageName(item.GetName());
-    }
-    std::string groupName = group ? std::string(group->GetGroupName()) : "";
-    if (group && groupName.empty()) groupName = GetDefaultGroupName(group->GetGroupID().c_str());
-    const bool annotation = !group || EqualsNoCase(group->GetGroupID(), groupid::kAnnotation);
-    return AnnotationTextOf(groupName, annotation, item.GetName());
-}
-
 class Copier {
 public:
     Copier(CSigFile& file, const std::string& out, const CSigFileCopyOptions& options, EdfFormat format,

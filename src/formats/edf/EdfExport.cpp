@@ -3,6 +3,10 @@
 #include "formats/edf/EdfExport.h"
 
 #include "formats/edf/Edf.h"
+#include "formats/edf/EdfDescribe.h"
+#include "platform/Strings.h"
+#include "status/GroupDefaults.h"
+#include "status/stsitm.h"
 
 namespace edf {
 
@@ -36,6 +40,20 @@ bool ParseRecordRange(const std::string& text, long& first, long& end) {
         return true;
     };
     return number(text.substr(0, colon), first, 0) && number(text.substr(colon + 1), end, -1);
+}
+
+// The text an item had (or would have) in an annotation signal.
+std::string TextOfItem(const CStatusItem& item) {
+    const CStatusGroup* group = item.GetGroup();
+    if (group && group->GetGroupType() == 4) {
+        // A stage keeps the spelling it was scored with.
+        if (!item.GetComments().empty() && StageNameOfText(item.GetComments()) == item.GetName()) return item.GetComments();
+        return TextOfStageName(item.GetName());
+    }
+    std::string groupName = group ? std::string(group->GetGroupName()) : "";
+    if (group && groupName.empty()) groupName = GetDefaultGroupName(group->GetGroupID().c_str());
+    const bool annotation = !group || EqualsNoCase(group->GetGroupID(), groupid::kAnnotation);
+    return AnnotationTextOf(groupName, annotation, item.GetName());
 }
 
 }  // namespace edf

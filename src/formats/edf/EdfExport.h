@@ -45,6 +45,8 @@
 #include "formats/edf/Edf.h"
 #include "sigfile/FormatDriver.h"
 
+class CStatusItem;
+
 namespace edf {
 
 struct EdfExportOptions {
@@ -56,6 +58,10 @@ struct EdfExportOptions {
 // Text of an item for the annotation signal, and its inverse: the group name
 // ("" when the text names no group) and the item name.
 std::string AnnotationTextOf(const std::string& group, bool annotationGroup, const std::string& name);
+// The text an item had (or would have) in an annotation signal: a sleep
+// stage as it was scored ("Sleep stage N2"), another item as
+// AnnotationTextOf gives it.
+std::string TextOfItem(const CStatusItem& item);
 void SplitAnnotationText(const std::string& text, std::string& group, std::string& name);
 
 // Writes `source` to `out` in `format` (EDF+ or BDF+).  1 on success; 0 with
