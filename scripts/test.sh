@@ -12,3 +12,5 @@ for preset in default asan; do
   cmake --build --preset "$preset"
   ctest --preset "$preset"
 done
+echo "== the Python module installed by pip"
+scripts/check-pip-install.sh
