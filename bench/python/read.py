@@ -4,7 +4,7 @@
 Two EDF+ nights, made here: 8 hours of 64 channels at 256 Hz (written by this
 script), and the mixed-rate polysomnography night of `sigfile demo` exported
 to EDF+ (1 hour by default).  For each, in the same run: `sigfile.open(...)`
-and read() of every channel (by rate group), `mne.io.read_raw_edf(...,
+and read_by_rate() of every channel (each rate group, one pass), `mne.io.read_raw_edf(...,
 preload=True)`, and the C++ read of every record (bench_read_file); and the
 peak memory of the Python read against the size of the float32 arrays.
 
@@ -66,7 +66,7 @@ def rss():
 before = rss()
 t0 = time.perf_counter()
 rec = sigfile.open(sys.argv[2])
-arrays = [rec.read(channels=labels) for labels in rec.rate_groups.values()]
+arrays = [a for _, a in rec.read_by_rate().values()]
 seconds = time.perf_counter() - t0
 # VmHWM: this process's own peak (ru_maxrss would carry the parent's across exec).
 peak = next(int(l.split()[1]) * 1024 for l in open("/proc/self/status") if l.startswith("VmHWM:"))

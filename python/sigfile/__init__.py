@@ -188,14 +188,12 @@ class Recording:
                                for r in rates)
             raise _error("Canaux de fréquences différentes (" + groups + ") : lisez-les par fréquence "
                         "ou demandez un rééchantillonnage (sfreq=...)")
-        if len(rates) == 1 and (sfreq is None or _math.isclose(sfreq, rates[0])):
-            data = self._read_group(picked, table, start, stop, montage)
+        groups = self._read_groups(picked, table, start, stop, montage)
+        if len(groups) == 1 and (sfreq is None or _math.isclose(sfreq, rates[0])):
+            data = groups[0][1]
         else:
-            data = _np.empty((len(picked), 0), dtype=_np.float32)
             parts = {}
-            for r in rates:
-                rows = [i for i in picked if table[i]["frequency"] == r]
-                block = self._read_group(rows, table, start, stop, montage)
+            for rows, block, r in groups:
                 if not _math.isclose(r, sfreq):
                     block = _core.resample(block, r, sfreq)
                 parts.update({i: block[k] for k, i in enumerate(rows)})
@@ -206,15 +204,40 @@ class Recording:
         self._scale(data, [table[i] for i in picked], unit)
         return data
 
-    def _read_group(self, rows, table, start, stop, montage):
-        f = table[rows[0]]["frequency"]
-        total = self._core.num_records() * table[rows[0]]["samples_per_record"]
-        first = 0 if start is None else int(round(float(start) * f))
-        end = total if stop is None else int(round(float(stop) * f))
-        if first < 0 or end > total or first > end:
-            raise _error(f"Intervalle hors de l'enregistrement : {start} à {stop} s "
-                        f"(l'enregistrement dure {total / f:g} s)")
-        return self._core.read(rows, first, end - first, False, montage or "")
+    def read_by_rate(self, start: float | None = None, stop: float | None = None, channels=None,
+                     montage: str | None = None, unit: str = "V") -> dict[float, tuple[list[str], _np.ndarray]]:
+        """Every rate group of the chosen channels, read in one pass over the records.
+
+        Returns ``{sfreq: (labels, array)}``, each array channels x samples as :meth:`read` gives it.
+        """
+        if self.closed:
+            raise _error("Enregistrement fermé : " + self.path, 6)
+        picked, table = self._select(channels, montage)
+        result = {}
+        for rows, block, rate in self._read_groups(picked, table, start, stop, montage):
+            self._scale(block, [table[i] for i in rows], unit)
+            result[rate] = ([table[i]["label"] for i in rows], block)
+        return result
+
+    def _read_groups(self, picked, table, start, stop, montage):
+        """[(rows, array, rate)] for each rate of the picked channels, from one pass."""
+        rates = []
+        for i in picked:
+            if table[i]["frequency"] not in rates:
+                rates.append(table[i]["frequency"])
+        requests, rows_of = [], []
+        for f in rates:
+            rows = [i for i in picked if table[i]["frequency"] == f]
+            total = self._core.num_records() * table[rows[0]]["samples_per_record"]
+            first = 0 if start is None else int(round(float(start) * f))
+            end = total if stop is None else int(round(float(stop) * f))
+            if first < 0 or end > total or first > end:
+                raise _error(f"Intervalle hors de l'enregistrement : {start} à {stop} s "
+                             f"(l'enregistrement dure {total / f:g} s)")
+            requests.append((rows, first, end - first))
+            rows_of.append(rows)
+        arrays = self._core.read_groups(requests, False, montage or "")
+        return [(rows, array, f) for rows, array, f in zip(rows_of, arrays, rates)]
 
     @staticmethod
     def _scale(data, specs, unit):

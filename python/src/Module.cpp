@@ -154,6 +154,12 @@ PYBIND11_MODULE(_core, m) {
         }, py::arg("montage") = "")
         .def("read", &Recording::Read, py::arg("channels"), py::arg("first"), py::arg("count"), py::arg("volts"),
              py::arg("montage") = "")
+        .def("read_groups", [](Recording& r, const std::vector<std::tuple<std::vector<unsigned>, long long, long long>>& groups,
+                               bool volts, const std::string& montage) {
+            std::vector<Recording::Group> list;
+            for (const auto& [channels, first, count] : groups) list.push_back({channels, first, count});
+            return r.ReadGroups(list, volts, montage);
+        }, py::arg("groups"), py::arg("volts"), py::arg("montage") = "")
         .def("export", [](Recording& r, const std::string& out, const std::string& montage,
                           const std::vector<std::string>& channels, bool resample) {
             std::vector<std::string> notes;

@@ -137,27 +137,46 @@ std::vector<ChannelSpec> Recording::Channels(const std::string& montage) const {
 
 py::array_t<float> Recording::Read(const std::vector<unsigned>& channels, long long first, long long count, bool volts,
                                    const std::string& montage) {
+    return ReadGroups({Group{channels, first, count}}, volts, montage).front();
+}
+
+std::vector<py::array_t<float>> Recording::ReadGroups(const std::vector<Group>& groups, bool volts,
+                                                      const std::string& montage) {
     CSigFile& file = File();
     const std::vector<ChannelSpec> specs = Channels(montage);
-    if (channels.empty()) throw LibraryError{ERROR_INVALID_PARAMETER, "Aucun canal à lire"};
-    for (unsigned c : channels)
-        if (c >= specs.size()) throw LibraryError{ERROR_INVALID_PARAMETER, "Canal inconnu : " + std::to_string(c)};
-    const unsigned perRecord = specs[channels[0]].samples;
-    for (unsigned c : channels)
-        if (specs[c].samples != perRecord)
+    struct Plan {
+        const Group* group;
+        unsigned perRecord;
+        long firstRecord, lastRecord;  // lastRecord < firstRecord: nothing to read
+        float* data;
+    };
+    std::vector<Plan> plans;
+    std::vector<py::array_t<float>> arrays;
+    long from = 0, to = -1;
+    for (const Group& g : groups) {
+        if (g.channels.empty()) throw LibraryError{ERROR_INVALID_PARAMETER, "Aucun canal à lire"};
+        for (unsigned c : g.channels)
+            if (c >= specs.size()) throw LibraryError{ERROR_INVALID_PARAMETER, "Canal inconnu : " + std::to_string(c)};
+        const unsigned perRecord = specs[g.channels[0]].samples;
+        for (unsigned c : g.channels)
+            if (specs[c].samples != perRecord)
+                throw LibraryError{ERROR_INVALID_PARAMETER,
+                                   "Les canaux lus ensemble doivent avoir la même fréquence d'échantillonnage"};
+        const long long total = static_cast<long long>(file.GetNumRecords()) * perRecord;
+        if (g.first < 0 || g.count < 0 || perRecord == 0 || g.first + g.count > total)
             throw LibraryError{ERROR_INVALID_PARAMETER,
-                               "Les canaux lus ensemble doivent avoir la même fréquence d'échantillonnage"};
-    const long long total = static_cast<long long>(file.GetNumRecords()) * perRecord;
-    if (first < 0 || count < 0 || perRecord == 0 || first + count > total)
-        throw LibraryError{ERROR_INVALID_PARAMETER,
-                           "Intervalle d'échantillons hors de l'enregistrement : " + std::to_string(first) + " + " +
-                               std::to_string(count) + " (" + std::to_string(total) + " échantillons)"};
-
-    py::array_t<float> out({static_cast<py::ssize_t>(channels.size()), static_cast<py::ssize_t>(count)});
-    if (count == 0) return out;
-    float* data = out.mutable_data();
-    const long firstRecord = static_cast<long>(first / perRecord);
-    const long lastRecord = static_cast<long>((first + count - 1) / perRecord);
+                               "Intervalle d'échantillons hors de l'enregistrement : " + std::to_string(g.first) + " + " +
+                                   std::to_string(g.count) + " (" + std::to_string(total) + " échantillons)"};
+        arrays.emplace_back(std::vector<py::ssize_t>{static_cast<py::ssize_t>(g.channels.size()),
+                                                     static_cast<py::ssize_t>(g.count)});
+        Plan p{&g, perRecord, static_cast<long>(g.first / perRecord),
+               g.count ? static_cast<long>((g.first + g.count - 1) / perRecord) : -1, arrays.back().mutable_data()};
+        if (p.lastRecord >= p.firstRecord) {
+            from = to < from ? p.firstRecord : std::min(from, p.firstRecord);
+            to = std::max(to, p.lastRecord);
+        }
+        plans.push_back(p);
+    }
 
     // The montage and its engine, when the channels are computed.
     CComputedMontage computed;
@@ -175,7 +194,7 @@ py::array_t<float> Recording::Read(const std::vector<unsigned>& channels, long l
     long failed = -1;
     {
         py::gil_scoped_release unlocked;
-        for (long r = firstRecord; r <= lastRecord; ++r) {
+        for (long r = from; r <= to; ++r) {
             int ok;
             if (derived) {
                 ok = derived->Read(r, *record);
@@ -187,20 +206,24 @@ py::array_t<float> Recording::Read(const std::vector<unsigned>& channels, long l
                 failed = r;
                 break;
             }
-            // The part of this record inside [first, first + count).
-            const long long recordStart = static_cast<long long>(r) * perRecord;
-            const long long from = std::max(first, recordStart);
-            const long long to = std::min(first + count, recordStart + perRecord);
-            for (size_t k = 0; k < channels.size(); ++k)
-                std::memcpy(data + k * count + (from - first), record->GetAt(channels[k]) + (from - recordStart),
-                            static_cast<size_t>(to - from) * sizeof(float));
+            for (const Plan& p : plans) {
+                if (r < p.firstRecord || r > p.lastRecord) continue;
+                // The part of this record inside [first, first + count).
+                const Group& g = *p.group;
+                const long long recordStart = static_cast<long long>(r) * p.perRecord;
+                const long long lo = std::max(g.first, recordStart);
+                const long long hi = std::min(g.first + g.count, recordStart + p.perRecord);
+                for (size_t k = 0; k < g.channels.size(); ++k)
+                    std::memcpy(p.data + k * g.count + (lo - g.first), record->GetAt(g.channels[k]) + (lo - recordStart),
+                                static_cast<size_t>(hi - lo) * sizeof(float));
+            }
         }
     }
     if (failed >= 0) {
         const long code = file.GetIOError();
         ThrowFileError(m_path, code ? code : ERROR_READ_FAULT);
     }
-    return out;
+    return arrays;
 }
 
 }  // namespace sigfile_python

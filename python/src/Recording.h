@@ -72,6 +72,15 @@ public:
     py::array_t<float> Read(const std::vector<unsigned>& channels, long long first, long long count, bool volts,
                             const std::string& montage);
 
+    // Several such reads (one per group of channels sharing their samples
+    // per record, each with its own sample range) in one pass over the
+    // records: each record is read once whatever the number of groups.
+    struct Group {
+        std::vector<unsigned> channels;
+        long long first = 0, count = 0;
+    };
+    std::vector<py::array_t<float>> ReadGroups(const std::vector<Group>& groups, bool volts, const std::string& montage);
+
 private:
     std::string m_path;
     CSigFilePtr m_file;

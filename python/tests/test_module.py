@@ -62,6 +62,9 @@ def test_time_ranges_channels_and_montages(demo_night):
         mixed = rec.read(start=0, stop=8, channels=["C3", "SpO2"], sfreq=256)
         assert mixed.shape == (2, 2048)
         spo2 = rec.read(start=0, stop=8, channels=["SpO2"])
+        groups = rec.read_by_rate(start=0, stop=8)
+        assert sorted(groups) == [4.0, 32.0, 128.0, 256.0]
+        assert np.array_equal(groups[4.0][1], spo2) and groups[256.0][1].shape == (21, 2048)
         assert spo2.shape == (1, 32) and np.abs(mixed[1, ::64] - spo2[0]).max() < 1.0
 
 
