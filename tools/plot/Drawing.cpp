@@ -62,6 +62,165 @@ void ClockAxis(cairo_t* cr, const Rect& r, const TimeSpan& span) {
     }
 }
 
+// How a trace's world values become microvolts on the page.
+struct TraceScale {
+    double scale = 1;   // µV per world unit
+    double offset = 0;  // world units added first
+    bool fitted = false;
+};
+
+TraceScale ScaleOf(const PageTrace& trace, const PageLayout& layout) {
+    TraceScale s;
+    s.scale = trace.toMicrovolts;
+    s.fitted = IsFitted(trace, layout);
+    if (s.fitted) {
+        // The window's range fills 80% of the trace's band.
+        float lo, hi;
+        TraceRange(trace.points, lo, hi);
+        const double range = hi > lo ? double(hi) - lo : 1.0;
+        s.scale = 0.8 * layout.Spacing() / kPointsPerMm * layout.Sensitivity() / range;
+        s.offset = hi >= lo ? -(double(lo) + double(hi)) / 2 : 0.0;
+    }
+    return s;
+}
+
+inline double TraceY(const PageLayout& layout, unsigned i, const TraceScale& s, float value) {
+    // Far outside the page is as good as infinitely far, and keeps the
+    // pixel arithmetic in range.
+    return std::clamp(layout.Y(i, (value + s.offset) * s.scale), -1e6, 1e6);
+}
+
+// Columns of pixels of an image surface that a trace is drawn into: one
+// pixel wide, not antialiased.  Segments only widen the row range of every
+// column they cross; End paints each column once, so that the lines of a
+// dense trace (ranges of samples joined to one another) cost one pass over
+// the pixels they cover.
+class Raster {
+    // floor for the pixel coordinates, which are kept within +-1e6.
+    static int Floor(double v) {
+        const int i = static_cast<int>(v);
+        return i - (v < i);
+    }
+
+public:
+    Raster(uint32_t* data, int stride, int x0, int y0, int x1, int y1, uint32_t colour)
+        : m_data(data), m_stride(stride), m_x0(x0), m_y0(y0), m_x1(x1), m_y1(y1), m_colour(colour),
+          m_lo(static_cast<size_t>(std::max(0, x1 - x0)), kEmpty), m_hi(m_lo.size(), -kEmpty) {}
+
+    void Segment(double xa, double ya, double xb, double yb) {
+        if (xb < xa) {
+            std::swap(xa, xb);
+            std::swap(ya, yb);
+        }
+        if (xb < m_x0 || xa >= m_x1) return;
+        const int ca = Floor(std::max(xa, -1e6)), cb = Floor(std::min(xb, 1e6));
+        if (ca == cb) {
+            Widen(ca, ya, yb);
+            return;
+        }
+        const double slope = (yb - ya) / (xb - xa);
+        const int first = std::max(ca, m_x0);
+        const int last = std::min(cb, m_x1 - 1);
+        for (int c = first; c <= last; ++c) {
+            const double xl = std::max(xa, double(c)), xr = std::min(xb, double(c + 1));
+            Widen(c, ya + (xl - xa) * slope, ya + (xr - xa) * slope);
+        }
+    }
+
+    void Vertical(double x, double ya, double yb) { Widen(Floor(std::clamp(x, -1e6, 1e6)), ya, yb); }
+
+    // A line from the last point drawn to the next one: within one column
+    // or to the next column (a trace of about one point per column) it
+    // only stretches the next column's range to the last point's row.
+    void Join(double xa, double ya, double xb, double yb) {
+        const int ca = Floor(std::clamp(xa, -1e6, 1e6)), cb = Floor(std::clamp(xb, -1e6, 1e6));
+        if (cb == ca || cb == ca + 1) Widen(cb, ya, yb);
+        else Segment(xa, ya, xb, yb);
+    }
+
+    // Paints the columns of the trace and clears them for the next one.
+    void End() {
+        for (int c = m_first; c <= m_last; ++c) {
+            const size_t k = static_cast<size_t>(c - m_x0);
+            if (m_lo[k] <= m_hi[k]) {
+                const int a = std::max(Floor(m_lo[k]), m_y0);
+                const int b = std::min(Floor(m_hi[k]), m_y1 - 1);
+                uint32_t* p = m_data + static_cast<size_t>(std::max(a, 0)) * m_stride + c;
+                for (int y = a; y <= b; ++y, p += m_stride) *p = m_colour;
+            }
+            m_lo[k] = kEmpty;
+            m_hi[k] = -kEmpty;
+        }
+        m_first = m_x1;
+        m_last = m_x0 - 1;
+    }
+
+private:
+    static constexpr double kEmpty = 1e300;
+    void Widen(int x, double ya, double yb) {
+        if (x < m_x0 || x >= m_x1) return;
+        const size_t k = static_cast<size_t>(x - m_x0);
+        if (yb < ya) std::swap(ya, yb);
+        if (ya < m_lo[k]) m_lo[k] = ya;
+        if (yb > m_hi[k]) m_hi[k] = yb;
+        if (x < m_first) m_first = x;
+        if (x > m_last) m_last = x;
+    }
+
+    uint32_t* m_data;
+    int m_stride, m_x0, m_y0, m_x1, m_y1;
+    uint32_t m_colour;
+    std::vector<double> m_lo, m_hi;
+    int m_first = m_x1, m_last = m_x0 - 1;
+};
+
+// Draws the traces straight into the pixels when the page goes to an image
+// (PNG): the general path stroker costs a hundred times more than reading
+// the records for a page of 27 traces.  False when the target is not an
+// image drawn at a plain scale: the caller then strokes paths (PDF, SVG).
+bool RasterTraces(cairo_t* cr, const PageData& page, const PageLayout& layout, const std::vector<TraceScale>& scales) {
+    cairo_surface_t* target = cairo_get_target(cr);
+    if (cairo_surface_get_type(target) != CAIRO_SURFACE_TYPE_IMAGE) return false;
+    const cairo_format_t format = cairo_image_surface_get_format(target);
+    if (format != CAIRO_FORMAT_RGB24 && format != CAIRO_FORMAT_ARGB32) return false;
+    cairo_matrix_t m;
+    cairo_get_matrix(cr, &m);
+    if (m.xy != 0 || m.yx != 0 || !(m.xx > 0) || !(m.yy > 0)) return false;
+    cairo_surface_flush(target);
+    unsigned char* data = cairo_image_surface_get_data(target);
+    const int width = cairo_image_surface_get_width(target), height = cairo_image_surface_get_height(target);
+    const int stride = cairo_image_surface_get_stride(target) / 4;
+    if (!data) return false;
+    const Rect& plot = layout.Plot();
+    auto dx = [&m](double x) { return m.xx * x + m.x0; };
+    auto dy = [&m](double y) { return m.yy * y + m.y0; };
+    const int x0 = std::clamp(static_cast<int>(std::ceil(dx(plot.x))), 0, width);
+    const int x1 = std::clamp(static_cast<int>(std::floor(dx(plot.Right()))), 0, width);
+    const int y0 = std::clamp(static_cast<int>(std::ceil(dy(plot.y))), 0, height);
+    const int y1 = std::clamp(static_cast<int>(std::floor(dy(plot.Bottom()))), 0, height);
+    Raster raster(reinterpret_cast<uint32_t*>(data), stride, x0, y0, x1, y1, 0xFF000059u);
+    for (unsigned i = 0; i < page.traces.size(); ++i) {
+        bool pen = false;
+        double px = 0, py = 0;
+        for (const TracePoint& p : page.traces[i].points) {
+            if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) {
+                pen = false;
+                continue;
+            }
+            const double x = dx(layout.X(p.t));
+            const double ya = dy(TraceY(layout, i, scales[i], p.lo)), yb = dy(TraceY(layout, i, scales[i], p.hi));
+            if (pen) raster.Join(px, py, x, ya);
+            raster.Vertical(x, ya, yb);
+            px = x;
+            py = yb;
+            pen = true;
+        }
+        raster.End();
+    }
+    cairo_surface_mark_dirty(target);
+    return true;
+}
+
 }  // namespace
 
 bool IsFitted(const PageTrace& trace, const PageLayout& layout) {
@@ -195,44 +354,37 @@ void DrawPage(cairo_t* cr, const PageData& page, double width, double height) {
     }
 
     // Traces and their labels.
+    std::vector<TraceScale> scales;
+    for (const PageTrace& trace : page.traces) scales.push_back(ScaleOf(trace, layout));
     Font(cr, 8);
-    cairo_save(cr);
-    cairo_rectangle(cr, plot.x, plot.y, plot.w, plot.h);
-    cairo_clip(cr);
-    for (unsigned i = 0; i < page.traces.size(); ++i) {
-        const PageTrace& trace = page.traces[i];
-        double scale = trace.toMicrovolts;  // µV per world unit
-        double offset = 0;
-        if (IsFitted(trace, layout)) {
-            // The window's range fills 80% of the trace's band.
-            float lo, hi;
-            TraceRange(trace.points, lo, hi);
-            const double range = hi > lo ? double(hi) - lo : 1.0;
-            scale = 0.8 * layout.Spacing() / kPointsPerMm * layout.Sensitivity() / range;
-            offset = hi >= lo ? -(double(lo) + double(hi)) / 2 : 0.0;
-        }
+    if (!RasterTraces(cr, page, layout, scales)) {
+        cairo_save(cr);
+        cairo_rectangle(cr, plot.x, plot.y, plot.w, plot.h);
+        cairo_clip(cr);
         cairo_set_source_rgb(cr, 0, 0, 0.35);
         cairo_set_line_width(cr, 0.5);
-        bool pen = false;
-        for (const TracePoint& p : trace.points) {
-            if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) {
-                pen = false;
-                continue;
+        for (unsigned i = 0; i < page.traces.size(); ++i) {
+            bool pen = false;
+            for (const TracePoint& p : page.traces[i].points) {
+                if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) {
+                    pen = false;
+                    continue;
+                }
+                const double x = layout.X(p.t);
+                const double y0 = TraceY(layout, i, scales[i], p.lo), y1 = TraceY(layout, i, scales[i], p.hi);
+                if (pen) cairo_line_to(cr, x, y0);
+                else cairo_move_to(cr, x, y0);
+                if (y1 != y0) cairo_line_to(cr, x, y1);
+                pen = true;
             }
-            const double x = layout.X(p.t);
-            const double y0 = layout.Y(i, (p.lo + offset) * scale), y1 = layout.Y(i, (p.hi + offset) * scale);
-            if (pen) cairo_line_to(cr, x, y0);
-            else cairo_move_to(cr, x, y0);
-            if (y1 != y0) cairo_line_to(cr, x, y1);
-            pen = true;
+            cairo_stroke(cr);
         }
-        cairo_stroke(cr);
+        cairo_restore(cr);
     }
-    cairo_restore(cr);
     cairo_set_source_rgb(cr, 0, 0, 0);
     for (unsigned i = 0; i < page.traces.size(); ++i) {
         Text(cr, plot.x - 4, layout.Baseline(i) + 3, page.traces[i].label, 1.0);
-        if (IsFitted(page.traces[i], layout) && !page.traces[i].unit.empty()) {
+        if (scales[i].fitted && !page.traces[i].unit.empty()) {
             Font(cr, 6);
             Text(cr, plot.x - 4, layout.Baseline(i) + 10, "(" + page.traces[i].unit + ")", 1.0);
             Font(cr, 8);

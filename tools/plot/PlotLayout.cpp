@@ -49,6 +49,7 @@ double PageLayout::BarMicrovolts() const {
 TraceBuffer::TraceBuffer(double start, double duration, double frequency, unsigned buckets)
     : m_start(start), m_bucketSeconds(duration / std::max(1u, buckets)) {
     m_raw = !(frequency * m_bucketSeconds > 2.0);
+    m_points.reserve(m_raw ? static_cast<size_t>(std::min(1e7, frequency * duration + 16)) : buckets + 16u);
 }
 
 void TraceBuffer::Add(double t, float value) {
@@ -66,6 +67,51 @@ void TraceBuffer::Add(double t, float value) {
     }
     m_lo = std::min(m_lo, value);
     m_hi = std::max(m_hi, value);
+}
+
+namespace {
+// floor and ceil of values well inside the range of long, without a call.
+long FloorLong(double v) {
+    const long i = static_cast<long>(v);
+    return i - (v < static_cast<double>(i));
+}
+long CeilLong(double v) {
+    const long i = static_cast<long>(v);
+    return i + (v > static_cast<double>(i));
+}
+}  // namespace
+
+void TraceBuffer::AddRun(double t0, double step, const float* values, size_t n) {
+    const double first = (t0 - m_start) / m_bucketSeconds;
+    if (m_raw || !(step > 0) || !(std::fabs(first) < 1e15)) {
+        for (size_t i = 0; i < n; ++i) Add(t0 + static_cast<double>(i) * step, values[i]);
+        return;
+    }
+    // Bucket by bucket: with more than two samples per bucket each bucket
+    // holds some, and where bucket b ends (in samples of this run) is a
+    // product that does not wait for the bucket before.
+    const double origin = (m_start - t0) / step, perBucket = m_bucketSeconds / step;
+    long b = FloorLong(first);
+    size_t i = 0;
+    while (i < n) {
+        if (!m_open || b != m_bucket) {
+            Flush();
+            m_open = true;
+            m_bucket = b;
+            m_lo = m_hi = values[i];
+        }
+        const double ends = std::clamp(origin + static_cast<double>(b + 1) * perBucket, 0.0, static_cast<double>(n));
+        const size_t end = std::max(i + 1, static_cast<size_t>(CeilLong(ends)));
+        float lo = m_lo, hi = m_hi;
+        for (size_t k = i; k < end; ++k) {
+            lo = std::min(lo, values[k]);
+            hi = std::max(hi, values[k]);
+        }
+        m_lo = lo;
+        m_hi = hi;
+        i = end;
+        ++b;
+    }
 }
 
 void TraceBuffer::Flush() {

@@ -77,11 +77,14 @@ class TraceBuffer {
 public:
     TraceBuffer(double start, double duration, double frequency, unsigned buckets);
     void Add(double t, float value);
+    // n samples, the first at t0, then every step seconds (step > 0).
+    void AddRun(double t0, double step, const float* values, size_t n);
     // The line stops here (a gap in the recording).
     void Break();
     // Flushes the bucket being filled; call once before reading Points.
     void Finish();
     const std::vector<TracePoint>& Points() const { return m_points; }
+    std::vector<TracePoint> TakePoints() { return std::move(m_points); }
 
 private:
     void Flush();

@@ -124,11 +124,6 @@ public:
         return nullptr;
     }
 
-    // A sample of a channel, 0 when the record lacks it.
-    float Sample(const CFmtSigRec& rec, const ChannelRef& c, unsigned s) const {
-        return c.index < rec.GetNumChannels() && s < rec.GetNumSamples(c.index) ? rec.GetAt(c.index, s) : 0.0f;
-    }
-
 private:
     CSigFile& m_file;
     CComputedMontage m_computed;
@@ -315,17 +310,21 @@ bool ReadPage(CSigFile& file, const PageRequest& request, PageData& page, std::s
             ++nextGap;
         }
         for (size_t k = 0; k < shown.size(); ++k) {
-            const unsigned n = shown[k].samples;
-            for (unsigned s = 0; s < n; ++s) {
-                const double t = t0 + s * recordSeconds / n;
-                if (t < request.start || t >= end) continue;
-                buffers[k].Add(t, reader.Sample(*rec, shown[k], s));
-            }
+            const ChannelRef& c = shown[k];
+            if (c.index >= rec->GetNumChannels() || c.samples == 0) continue;
+            const unsigned n = std::min(c.samples, rec->GetNumSamples(c.index));
+            const double step = recordSeconds / c.samples;
+            // The samples of this record inside [start, end).
+            const double from = std::ceil((request.start - t0) / step - 1e-9);
+            const double to = std::ceil((end - t0) / step - 1e-9);
+            const unsigned s0 = static_cast<unsigned>(std::clamp(from, 0.0, double(n)));
+            const unsigned s1 = static_cast<unsigned>(std::clamp(to, double(s0), double(n)));
+            buffers[k].AddRun(t0 + s0 * step, step, rec->GetAt(c.index) + s0, s1 - s0);
         }
     }
     for (size_t k = 0; k < buffers.size(); ++k) {
         buffers[k].Finish();
-        page.traces[k].points = buffers[k].Points();
+        page.traces[k].points = buffers[k].TakePoints();
     }
     return true;
 }
