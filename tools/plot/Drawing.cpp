@@ -73,13 +73,15 @@ TraceScale ScaleOf(const PageTrace& trace, const PageLayout& layout) {
     TraceScale s;
     s.scale = trace.toMicrovolts;
     s.fitted = IsFitted(trace, layout);
-    if (s.fitted) {
-        // The window's range fills 80% of the trace's band.
-        float lo, hi;
-        TraceRange(trace.points, lo, hi);
+    float lo, hi;
+    if (s.fitted && RobustRange(trace.points, 0.005, lo, hi)) {
+        // The window's range (but for its rarest excursions) fills 80% of
+        // the trace's band.
         const double range = hi > lo ? double(hi) - lo : 1.0;
         s.scale = 0.8 * layout.Spacing() / kPointsPerMm * layout.Sensitivity() / range;
-        s.offset = hi >= lo ? -(double(lo) + double(hi)) / 2 : 0.0;
+        s.offset = -(double(lo) + double(hi)) / 2;
+    } else if (s.fitted) {
+        s.scale = 1.0;
     }
     return s;
 }
@@ -127,6 +129,12 @@ public:
         }
     }
 
+    // Rows the next trace may use, inside the clip given at construction.
+    void SetRows(int y0, int y1) {
+        m_rowFirst = std::max(y0, m_y0);
+        m_rowEnd = std::min(y1, m_y1);
+    }
+
     void Vertical(double x, double ya, double yb) { Widen(Floor(std::clamp(x, -1e6, 1e6)), ya, yb); }
 
     // A line from the last point drawn to the next one: within one column
@@ -143,8 +151,8 @@ public:
         for (int c = m_first; c <= m_last; ++c) {
             const size_t k = static_cast<size_t>(c - m_x0);
             if (m_lo[k] <= m_hi[k]) {
-                const int a = std::max(Floor(m_lo[k]), m_y0);
-                const int b = std::min(Floor(m_hi[k]), m_y1 - 1);
+                const int a = std::max(Floor(m_lo[k]), m_rowFirst);
+                const int b = std::min(Floor(m_hi[k]), m_rowEnd - 1);
                 uint32_t* p = m_data + static_cast<size_t>(std::max(a, 0)) * m_stride + c;
                 for (int y = a; y <= b; ++y, p += m_stride) *p = m_colour;
             }
@@ -172,6 +180,7 @@ private:
     uint32_t m_colour;
     std::vector<double> m_lo, m_hi;
     int m_first = m_x1, m_last = m_x0 - 1;
+    int m_rowFirst = m_y0, m_rowEnd = m_y1;
 };
 
 // Draws the traces straight into the pixels when the page goes to an image
@@ -200,6 +209,9 @@ bool RasterTraces(cairo_t* cr, const PageData& page, const PageLayout& layout, c
     const int y1 = std::clamp(static_cast<int>(std::floor(dy(plot.Bottom()))), 0, height);
     Raster raster(reinterpret_cast<uint32_t*>(data), stride, x0, y0, x1, y1, 0xFF000059u);
     for (unsigned i = 0; i < page.traces.size(); ++i) {
+        // A trace stays within one and a half bands of its baseline.
+        raster.SetRows(static_cast<int>(std::floor(dy(layout.Baseline(i) - 1.5 * layout.Spacing()))),
+                       static_cast<int>(std::ceil(dy(layout.Baseline(i) + 1.5 * layout.Spacing()))));
         bool pen = false;
         double px = 0, py = 0;
         for (const TracePoint& p : page.traces[i].points) {
@@ -225,9 +237,10 @@ bool RasterTraces(cairo_t* cr, const PageData& page, const PageLayout& layout, c
 
 bool IsFitted(const PageTrace& trace, const PageLayout& layout) {
     if (!(trace.toMicrovolts > 0)) return true;
+    // Most of the window, so that a short artefact (an electrode popping, a
+    // calibration step) leaves an EEG channel at the page's sensitivity.
     float lo, hi;
-    TraceRange(trace.points, lo, hi);
-    if (!(hi > lo)) return false;
+    if (!RobustRange(trace.points, 0.1, lo, hi) || !(hi > lo)) return false;
     const double height = (double(hi) - lo) * trace.toMicrovolts / layout.Sensitivity() * kPointsPerMm;
     return height > 4.0 * layout.Spacing();
 }
@@ -364,6 +377,9 @@ void DrawPage(cairo_t* cr, const PageData& page, double width, double height) {
         cairo_set_source_rgb(cr, 0, 0, 0.35);
         cairo_set_line_width(cr, 0.5);
         for (unsigned i = 0; i < page.traces.size(); ++i) {
+            cairo_save(cr);
+            cairo_rectangle(cr, plot.x, layout.Baseline(i) - 1.5 * layout.Spacing(), plot.w, 3 * layout.Spacing());
+            cairo_clip(cr);
             bool pen = false;
             for (const TracePoint& p : page.traces[i].points) {
                 if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) {
@@ -378,6 +394,7 @@ void DrawPage(cairo_t* cr, const PageData& page, double width, double height) {
                 pen = true;
             }
             cairo_stroke(cr);
+            cairo_restore(cr);
         }
         cairo_restore(cr);
     }

@@ -49,8 +49,10 @@ private:
 };
 
 // True when a trace is drawn scaled to fit its band rather than at the
-// page's sensitivity: it is not a voltage, or at the sensitivity its
-// window would span more than four trace bands (ECG, breathing in mV).
+// page's sensitivity: it is not a voltage, or at the sensitivity most of
+// its window (10th to 90th percentile) would span more than four trace
+// bands (breathing, oxygen or DC channels in mV).  Every trace is clipped
+// to one and a half bands around its baseline.
 bool IsFitted(const PageTrace& trace, const PageLayout& layout);
 
 // A page of traces filling width x height (see PageLayout).

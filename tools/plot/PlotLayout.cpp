@@ -139,6 +139,26 @@ void TraceRange(const std::vector<TracePoint>& points, float& lo, float& hi) {
     }
 }
 
+bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, float& hi) {
+    std::vector<float> v;
+    v.reserve(points.size() * 2);
+    for (const TracePoint& p : points) {
+        if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) continue;
+        v.push_back(p.lo);
+        if (p.hi != p.lo) v.push_back(p.hi);
+    }
+    if (v.empty()) return false;
+    q = std::clamp(q, 0.0, 0.5);
+    const auto at = [&v](double f) {
+        const size_t k = std::min(v.size() - 1, static_cast<size_t>(f * static_cast<double>(v.size() - 1) + 0.5));
+        std::nth_element(v.begin(), v.begin() + static_cast<long>(k), v.end());
+        return v[k];
+    };
+    lo = at(q);
+    hi = at(1.0 - q);
+    return true;
+}
+
 std::string ClockText(double secondsOfDay) {
     double s = std::fmod(std::floor(secondsOfDay + 0.5), 86400.0);
     if (s < 0) s += 86400.0;

@@ -44,7 +44,8 @@ std::string PictureNameCheck(const std::string& name) {
 // Draws pages into the output through ReplacingOutput.  draw(cr, page)
 // draws page `page` of `pages`.
 template <typename Draw>
-int WritePicture(const std::string& input, const std::string& out, unsigned pages, Draw draw) {
+int WritePicture(const std::string& input, const std::string& out, unsigned pages, Draw draw,
+                 double height = kPageHeight) {
     if (IsFileOfRecording(input, out) || EqualsNoCase(AbsolutePath(input), AbsolutePath(out)))
         return Failure(out + " est un fichier de l'enregistrement " + input + " : l'image ne peut l'écraser");
     OutputFormat format;
@@ -57,7 +58,7 @@ int WritePicture(const std::string& input, const std::string& out, unsigned page
     FILE* stream = output.Stream();
     bool written = true;
     {
-        Picture picture(format, kPageWidth, kPageHeight, [stream](const unsigned char* data, unsigned length) {
+        Picture picture(format, kPageWidth, height, [stream](const unsigned char* data, unsigned length) {
             return std::fwrite(data, 1, length, stream) == length;
         });
         if (!picture.Context()) return Failure("Impossible de créer l'image " + out);
@@ -132,9 +133,11 @@ int RunHypnogram(const std::string& name, const std::string& out) {
     if (stages.empty()) return Failure(name + " : le groupe de stades de sommeil n'a aucun stade");
     const TimeSpan span = NightSpan(*file, stages);
     const std::string title = Title(*file, "Hypnogramme");
-    return WritePicture(name, out, 1, [&](cairo_t* cr, unsigned) {
-        DrawHypnogramPicture(cr, kPageWidth, kPageHeight, title, stages, span);
-    });
+    // A band across the page rather than a whole page.
+    constexpr double kHeight = 300.0;
+    return WritePicture(
+        name, out, 1, [&](cairo_t* cr, unsigned) { DrawHypnogramPicture(cr, kPageWidth, kHeight, title, stages, span); },
+        kHeight);
 }
 
 // --- spectrogram -------------------------------------------------------------

@@ -152,6 +152,20 @@ TEST(PlotLayout, TraceBufferIsBoundedAndKeepsExtremes) {
     EXPECT_TRUE(std::isnan(raw.Points()[2].lo));
 }
 
+TEST(PlotLayout, RobustRangeLeavesRareExcursionsOut) {
+    std::vector<TracePoint> points;
+    for (int i = 0; i < 1000; ++i) points.push_back({i * 0.01, float(i % 100), float(i % 100)});
+    points[10].hi = 1e6f;                          // one spike
+    points.push_back({10.0, NAN, 0.0f});           // a break is no value
+    float lo, hi;
+    ASSERT_TRUE(RobustRange(points, 0.1, lo, hi));
+    EXPECT_NEAR(lo, 10.0f, 1.0f);
+    EXPECT_NEAR(hi, 89.0f, 1.0f);
+    ASSERT_TRUE(RobustRange(points, 0.0, lo, hi));
+    EXPECT_FLOAT_EQ(hi, 1e6f);
+    EXPECT_FALSE(RobustRange({}, 0.1, lo, hi));
+}
+
 TEST(PlotSpectrogram, PureToneIsBrightestAtItsFrequency) {
     const double rate = 256, tone = 12.5;
     SpectrogramBuilder builder(rate, 30, 30, 300);
