@@ -26,6 +26,7 @@ void RegisterExportCommand(CLI::App& app);
 void RegisterDemoCommand(CLI::App& app);
 void RegisterCheckCommand(CLI::App& app);
 void RegisterFileCommands(CLI::App& app);     // copy, rename, delete
+void RegisterPlotCommands(CLI::App& app);     // plot page|hypnogram|spectrogram, report
 
 // Prints one line per failure text on standard error.
 void PrintError(const std::string& text);

@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
     RegisterDemoCommand(app);
     RegisterCheckCommand(app);
     RegisterFileCommands(app);
+    RegisterPlotCommands(app);
 
     try {
         app.parse(argc, argv);
