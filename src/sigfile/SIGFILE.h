@@ -13,6 +13,7 @@
 #pragma once
 #pragma GCC visibility push(default)  // public API: exported by the shared library
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -194,6 +195,16 @@ public:
     // Departures from the format's standard that opening tolerated, one
     // French line each (shown by check); none by default.
     virtual void GetFormatNotes(CStringArray* notes) const;
+    // Records that hold signal in their first samples only (the rest of the
+    // record repeats the last sample): record index -> samples at recording
+    // montage 0's base frequency that hold signal.  A native recording
+    // converted from a file whose runs of data did not end on one of its own
+    // record boundaries lists the last record of each such run; other
+    // recordings list none.
+    virtual void GetPartialRecords(std::map<long, unsigned>* fills) const;
+    // Seconds per record of the file the recording was converted from (0 when
+    // it was not): a conversion back cuts its records the same way.
+    virtual double GetSourceRecordDuration() const;
 
     // Brings the montage references of the status groups and items up to
     // date after the physical montage was replaced.

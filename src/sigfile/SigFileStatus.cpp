@@ -2,6 +2,8 @@
 // montage rule of Create, the 24-hour duration rule, the consistency check
 // of the status items and the repair of channel names after a montage change.
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cmath>
 #include <memory>
 #include <set>
@@ -80,6 +82,46 @@ int CSigFile::GetChannelInfo(unsigned channel, CSigChannelInfo* info) const {
 
 void CSigFile::GetFormatNotes(CStringArray* notes) const {
     if (notes) notes->RemoveAll();
+}
+
+namespace {
+
+// A property of the channel descriptions group that a conversion wrote.
+std::string ConversionProperty(const CSigFile& file, const char* key) {
+    for (unsigned g = 0; g < file.GetNumGroups(); ++g) {
+        const CStatusGroup* group = file.GetGroupAt(g);
+        if (group && EqualsNoCase(group->GetGroupID(), groupid::kChannelDescriptions))
+            return group->GetGroupPropertyValueAt(key);
+    }
+    return {};
+}
+
+}  // namespace
+
+// "PARTIAL" holds "record:samples" pairs separated by commas.
+void CSigFile::GetPartialRecords(std::map<long, unsigned>* fills) const {
+    if (!fills) return;
+    fills->clear();
+    const std::string text = ConversionProperty(*this, kPartialRecordsKey);
+    const long records = GetNumRecords();
+    const CPhysicalMontage* physical = GetPhysicalMontage();
+    const unsigned perRecord = physical && physical->GetNumRecordingMontages() > 0
+                                   ? physical->GetRecordingMontageAt(0)->GetSamplesRecord()
+                                   : 0;
+    for (const std::string& pair : SplitWords(text, ",")) {
+        long record = -1, samples = 0;
+        if (std::sscanf(pair.c_str(), "%ld:%ld", &record, &samples) != 2) continue;
+        // A damaged list never hides a whole record nor names one that does not exist.
+        if (record >= 0 && record < records && samples > 0 && static_cast<unsigned long>(samples) < perRecord)
+            (*fills)[record] = static_cast<unsigned>(samples);
+    }
+}
+
+double CSigFile::GetSourceRecordDuration() const {
+    const std::string text = ConversionProperty(*this, kSourceRecordKey);
+    char* end = nullptr;
+    const double seconds = text.empty() ? 0.0 : std::strtod(text.c_str(), &end);
+    return std::isfinite(seconds) && seconds > 0 && seconds < 1e6 && end && *end == '\0' ? seconds : 0.0;
 }
 
 int CSigFile::IsDurationWithin24hrs(const CSigFile* file) {

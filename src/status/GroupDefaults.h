@@ -53,9 +53,15 @@ inline constexpr const char* kOffRecordingNotes = "412A523B-F05D-4848-B5F8-05E57
 // A group without items whose properties keep how a converted recording's
 // channels were described in the file they came from ("CH<n>" = montage
 // label, label, dimension and transducer, separated by 0x1F), so that a
-// conversion back writes them as they were.
+// conversion back writes them as they were.  It also keeps the source's
+// record duration ("SOURCE_RECORD_S", seconds) and the records that hold
+// signal in their first samples only ("PARTIAL", "record:samples" pairs).
 inline constexpr const char* kChannelDescriptions = "C3E1A7D2-5B64-4F0A-9D8E-17B2F4A6C905";
 }  // namespace groupid
+
+// Keys of the channel descriptions group's conversion properties.
+inline constexpr const char* kSourceRecordKey = "SOURCE_RECORD_S";
+inline constexpr const char* kPartialRecordsKey = "PARTIAL";
 
 // Default name and description of a well-known group ("" for any other id).
 CString GetDefaultGroupName(const char* groupId);

@@ -1,8 +1,10 @@
 // The EDF+ / BDF+ drivers' create-copy: any open recording written as an
 // EDF+ or BDF+ file (rules in EdfExport.h).
 #include <algorithm>
+#include <map>
 #include <cmath>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -140,8 +142,11 @@ private:
     std::vector<EdfSignal> m_signals;
     std::vector<Plan> m_plans;
     long m_first = 0, m_end = 0;
-    int m_group = 1;         // source records per EDF record
+    int m_group = 1;         // source records per EDF record (when not cut to the source's own records)
     double m_duration = 0;   // seconds per source record
+    double m_recordSeconds = 0;           // seconds per EDF record
+    std::map<long, unsigned> m_partial;   // source records holding signal in their first samples only
+    unsigned m_basePerRecord = 0;         // base samples of a source record
     std::unique_ptr<CDigSigRec> m_digital;
     std::unique_ptr<CFmtSigRec> m_values;
     std::vector<std::vector<LONG>> m_samples;
@@ -252,7 +257,26 @@ bool Copier::ChooseRecords(std::string& error) {
         error = StrFormat(LoadResString(IDS_EDF_ERR_DURATION).c_str(), m_duration);
         return false;
     }
-    for (EdfSignal& s : m_signals) s.samplesPerRecord *= m_group;
+    m_file.GetPartialRecords(&m_partial);
+    const CPhysicalMontage* physical = m_file.GetPhysicalMontage();
+    m_basePerRecord = physical && physical->GetNumRecordingMontages() > 0
+                          ? physical->GetRecordingMontageAt(0)->GetSamplesRecord()
+                          : 0;
+    // A recording converted from a file of other records is cut back into
+    // records of that file's duration when every signal has a whole number
+    // of samples in one: the same records as the file it came from.
+    const double source = m_file.GetSourceRecordDuration();
+    bool cut = source > 0 && std::fabs(source - m_duration * m_group) > 1e-9 * source &&
+               std::fabs(RoundEdfNumber(source, 8) - source) <= 1e-9 * source;
+    std::vector<int> perRecord;
+    for (const EdfSignal& s : m_signals) {
+        const double x = s.samplesPerRecord * source / m_duration;
+        cut = cut && std::fabs(x - std::round(x)) < 1e-6 && x >= 0.5 && x < 1e7;
+        perRecord.push_back(int(std::lround(x)));
+    }
+    m_recordSeconds = cut ? source : m_duration * m_group;
+    for (size_t i = 0; i < m_signals.size(); ++i)
+        m_signals[i].samplesPerRecord = cut ? perRecord[i] : m_signals[i].samplesPerRecord * m_group;
     return true;
 }
 
@@ -349,10 +373,23 @@ std::vector<EdfAnnotation> Copier::Annotations(const CSDateTime& origin, double 
     // the exported stretch otherwise), discontinuities excepted: the record
     // times carry those.
     const bool whole = m_first == 0 && m_end == m_file.GetNumRecords();
+    // Trigger items read from a channel that is exported too: the channel
+    // carries their codes already.
+    std::set<std::string> exportedChannels;
+    const CPhysicalMontage* physical = m_file.GetPhysicalMontage();
+    for (const Plan& p : m_plans) {
+        const unsigned m = p.channel / kMaxMontageChannels, k = p.channel % kMaxMontageChannels;
+        if (p.kind != Plan::Computed && physical && int(m) < physical->GetNumRecordingMontages() &&
+            k < physical->GetRecordingMontageAt(int(m))->GetNumChannels())
+            exportedChannels.insert(ToUpperAscii(physical->GetRecordingMontageAt(int(m))->GetLabel(k)));
+    }
     std::vector<EdfAnnotation> out;
     for (unsigned i = 0; i < m_file.GetNumStatusItems(); ++i) {
         const CStatusItem* item = m_file.GetStatusItemAt(i);
         if (!item || !item->GetGroup() || EqualsNoCase(item->GetGroup()->GetGroupID(), groupid::kDiscontinuity)) continue;
+        if (EqualsNoCase(item->GetGroup()->GetGroupID(), groupid::kTrigger) && !item->GetChannel().empty() &&
+            exportedChannels.count(ToUpperAscii(item->GetChannel())))
+            continue;
         EdfAnnotation a;
         a.onset = SecondsBetween(origin, item->GetBeginTime());
         const double duration = SecondsBetween(item->GetBeginTime(), item->GetEndTime());
@@ -397,14 +434,20 @@ bool Copier::Run(std::string& error) {
     if (!MeasureRanges(error)) return false;
 
     EdfHeader header = BuildHeader(m_file, m_format);
-    header.recordDuration = m_duration * m_group;
+    header.recordDuration = m_recordSeconds;
     const long records = m_end - m_first;
+    // Seconds of signal the exported records hold (without the repeated
+    // samples that complete a partial record).
+    double signalSeconds = double(records) * m_duration;
+    for (const auto& [record, fill] : m_partial)
+        if (record >= m_first && record < m_end && m_basePerRecord)
+            signalSeconds -= m_duration * double(m_basePerRecord - fill) / m_basePerRecord;
     // Annotations are planned on the nominal record starts; real starts
     // (after gaps) only move them later, and readers take an annotation's
     // time from its onset, not from the record that carries it.
     std::vector<double> nominal;
-    for (long r = 0; r < records; r += m_group) nominal.push_back(double(r) * m_duration);
-    if (nominal.empty()) nominal.push_back(0);
+    const long planned = std::max(1L, long(std::ceil(signalSeconds / m_recordSeconds - 1e-6)));
+    for (long k = 0; k < planned; ++k) nominal.push_back(double(k) * m_recordSeconds);
     CSDateTime origin;
     if (records > 0) {
         if (!ReadRecord(m_first, error)) return false;
@@ -430,24 +473,51 @@ bool Copier::Run(std::string& error) {
     EdfWriter writer;
     if (!writer.Open(m_out, header, m_signals, room, error)) return false;
     if (m_progress) m_progress->SetRange(ULONGLONG(records));
+    // Samples flow from the source's records into the EDF records through one
+    // queue per signal: an EDF record is written when every queue holds its
+    // share, so its records need not be made of whole source records.
+    std::vector<std::vector<LONG>> queues(m_signals.size());
+    size_t head = 0;  // samples of every queue already written, in units of records
     m_samples.assign(m_signals.size(), {});
     for (size_t i = 0; i < m_signals.size(); ++i) m_samples[i].assign(size_t(m_signals[i].samplesPerRecord), 0);
-    std::vector<size_t> filled(m_signals.size(), 0);
+    double queueStart = 0;  // time of the first queued sample
     double previous = 0;
-    double groupStart = 0;
-    int inGroup = 0;
     size_t written = 0;
-    auto flush = [&]() {
-        if (inGroup == 0) return true;
-        // A group cut short (by a gap or the end) repeats its last sample.
-        for (size_t i = 0; i < m_samples.size(); ++i)
-            for (size_t k = filled[i]; k < m_samples[i].size(); ++k) m_samples[i][k] = filled[i] ? m_samples[i][filled[i] - 1] : 0;
+    auto writeRecord = [&](bool pad) {
+        for (size_t i = 0; i < queues.size(); ++i) {
+            const size_t n = m_samples[i].size();
+            const size_t from = head * n;
+            for (size_t k = 0; k < n; ++k) {
+                if (from + k < queues[i].size()) m_samples[i][k] = queues[i][from + k];
+                else m_samples[i][k] = pad && !queues[i].empty() ? queues[i].back() : 0;
+            }
+        }
         const std::vector<EdfAnnotation> none;
         const auto& carried = written < plan.perRecord.size() ? plan.perRecord[written] : none;
         ++written;
-        std::fill(filled.begin(), filled.end(), 0);
-        inGroup = 0;
-        return writer.WriteRecord(groupStart, m_samples, carried, error);
+        ++head;
+        const bool ok = writer.WriteRecord(queueStart, m_samples, carried, error);
+        queueStart += m_recordSeconds;
+        return ok;
+    };
+    auto complete = [&]() {
+        for (size_t i = 0; i < queues.size(); ++i)
+            if (queues[i].size() < (head + 1) * m_samples[i].size()) return false;
+        return true;
+    };
+    auto compact = [&]() {
+        for (size_t i = 0; i < queues.size(); ++i)
+            queues[i].erase(queues[i].begin(), queues[i].begin() + long(std::min(queues[i].size(), head * m_samples[i].size())));
+        head = 0;
+    };
+    // Writes what is queued, completing a partial last record by repeating its last samples.
+    auto flush = [&]() {
+        bool any = false;
+        for (size_t i = 0; i < queues.size(); ++i) any = any || queues[i].size() > head * m_samples[i].size();
+        const bool ok = !any || writeRecord(true);
+        for (auto& q : queues) q.clear();
+        head = 0;
+        return ok;
     };
     for (long r = m_first; r < m_end; ++r) {
         if (r != m_first && !ReadRecord(r, error)) return false;
@@ -458,38 +528,45 @@ bool Copier::Run(std::string& error) {
             // Record times carry a little rounding: a record within a
             // thousandth of its duration of the previous end follows it.
             if (std::fabs(start - follow) <= 1e-3 * m_duration + 1e-6 || start < follow) start = follow;
-            else if (!flush()) return false;  // a gap ends the group
+            else if (!flush()) return false;  // a gap ends the record
         }
         previous = start;
-        if (inGroup == 0) groupStart = start;
+        bool empty = true;
+        for (const auto& q : queues) empty = empty && q.empty();
+        if (empty) queueStart = start;
+        // A record that holds signal in its first samples only gives those.
+        const auto partial = m_partial.find(r);
         for (size_t i = 0; i < m_plans.size(); ++i) {
             const Plan& p = m_plans[i];
-            std::vector<LONG>& out = m_samples[i];
+            std::vector<LONG>& out = queues[i];
             const EdfSignal& s = m_signals[i];
+            unsigned n = p.kind == Plan::Computed ? m_values->GetNumSamples(p.channel) : m_digital->GetNumSamples(p.channel);
+            if (partial != m_partial.end() && m_basePerRecord)
+                n = unsigned(std::min<double>(n, std::round(double(n) * partial->second / m_basePerRecord)));
             if (p.kind == Plan::Computed) {
                 const float* v = m_values->GetAt(p.channel);
-                const unsigned n = m_values->GetNumSamples(p.channel);
-                for (unsigned k = 0; k < n && filled[i] < out.size(); ++k)
-                    out[filled[i]++] = LONG(std::clamp(std::round(v[k] * p.scale + p.offset), double(s.digitalMin), double(s.digitalMax)));
+                for (unsigned k = 0; k < n; ++k)
+                    out.push_back(LONG(std::clamp(std::round(v[k] * p.scale + p.offset), double(s.digitalMin), double(s.digitalMax))));
             } else {
                 const LONG* d = m_digital->GetAt(p.channel);
-                const unsigned n = m_digital->GetNumSamples(p.channel);
                 if (p.kind == Plan::Digital) {
-                    for (unsigned k = 0; k < n && filled[i] < out.size(); ++k) {
+                    for (unsigned k = 0; k < n; ++k) {
                         if (d[k] < s.digitalMin || d[k] > s.digitalMax) {
                             m_outOfLimits = true;
                             writer.Abort();
                             return false;
                         }
-                        out[filled[i]++] = d[k];
+                        out.push_back(d[k]);
                     }
+                } else {
+                    for (unsigned k = 0; k < n; ++k)
+                        out.push_back(LONG(std::clamp(std::round(d[k] * p.scale + p.offset), double(s.digitalMin), double(s.digitalMax))));
                 }
-                else
-                    for (unsigned k = 0; k < n && filled[i] < out.size(); ++k)
-                        out[filled[i]++] = LONG(std::clamp(std::round(d[k] * p.scale + p.offset), double(s.digitalMin), double(s.digitalMax)));
             }
         }
-        if (++inGroup == m_group && !flush()) return false;
+        while (complete())
+            if (!writeRecord(false)) return false;
+        if (head > 64) compact();
         if (m_progress) {
             m_progress->SetPos(ULONGLONG(r - m_first + 1));
             if (m_progress->IsCancelled()) {

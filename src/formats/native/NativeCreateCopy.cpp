@@ -64,6 +64,7 @@ struct Channel {
 struct TriggerEvent {
     double begin, end;
     LONG code;
+    size_t channel;  // the trigger channel whose code it is
 };
 
 class NativeCopier {
@@ -117,6 +118,9 @@ private:
     double m_segmentStart = 0;
     long m_segmentRecords = 0;
     long m_padded = 0;
+    std::map<long, unsigned> m_partial;       // native record -> base samples holding signal
+    std::map<long, unsigned> m_sourcePartial;  // the same, of the source's records
+    unsigned m_sourcePerRecord = 0;            // base samples of a source record
     std::unique_ptr<CRawSigRec> m_record;
     std::vector<TriggerEvent> m_triggers;
 };
@@ -428,7 +432,7 @@ void NativeCopier::Push(Channel& ch, const double* values, unsigned n, double re
             const LONG code = wide ? (LONG(values[k]) & 0xFFFF) : LONG(values[k]);
             const double t = recordStart + k / ch.rate;
             if (code != ch.code) {
-                if (ch.code != 0) m_triggers.push_back({ch.codeStart, t, ch.code});
+                if (ch.code != 0) m_triggers.push_back({ch.codeStart, t, ch.code, size_t(&ch - m_channels.data())});
                 ch.code = code;
                 ch.codeStart = t;
             }
@@ -457,7 +461,16 @@ bool NativeCopier::Emit(CSigFile& target, bool pad, std::string& error) {
             any = any || ch.Queued() > 0;
         }
         if (!ready && !(pad && any)) return true;
-        if (!ready) ++m_padded;
+        if (!ready) {
+            ++m_padded;
+            // How much of the record holds signal: the channel that has most of its share queued.
+            unsigned fill = 0;
+            for (const Channel& ch : m_channels)
+                if (ch.samples)
+                    fill = std::max(fill, unsigned((std::min(ch.Queued(), size_t(ch.samples)) * kRecordSamples +
+                                                    ch.samples - 1) / ch.samples));
+            if (fill > 0 && fill < kRecordSamples) m_partial[long(m_recordStarts.size())] = fill;
+        }
         for (size_t c = 0; c < m_channels.size(); ++c) {
             Channel& ch = m_channels[c];
             short* out = m_record->GetAt(unsigned(c));
@@ -505,6 +518,11 @@ void NativeCopier::EndSegment() {
 
 bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
     m_record.reset(target.CreateCompatibleRawSigRec());
+    m_file.GetPartialRecords(&m_sourcePartial);
+    const CPhysicalMontage* sourceMontage = m_file.GetPhysicalMontage();
+    m_sourcePerRecord = sourceMontage && sourceMontage->GetNumRecordingMontages() > 0
+                            ? sourceMontage->GetRecordingMontageAt(0)->GetSamplesRecord()
+                            : 0;
     double previous = 0;
     for (long r = m_first; r < m_end; ++r) {
         if (!Read(r, error)) return false;
@@ -527,9 +545,13 @@ bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
             }
         }
         previous = start;
+        // A source record that holds signal in its first samples only gives those.
+        const auto partial = m_sourcePartial.find(r);
         for (size_t c = 0; c < m_channels.size(); ++c) {
             unsigned n = 0;
             const double* v = Values(c, n);
+            if (partial != m_sourcePartial.end() && m_sourcePerRecord)
+                n = unsigned(std::min<double>(n, std::round(double(n) * partial->second / m_sourcePerRecord)));
             Push(m_channels[c], v, n, start);
         }
         if (!Emit(target, false, error)) return false;
@@ -546,7 +568,7 @@ bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
     // Codes still in force at the end.
     const double end = m_recordStarts.empty() ? 0 : m_recordStarts.back() + double(kRecordSamples) / m_base;
     for (Channel& ch : m_channels)
-        if (ch.trigger && ch.code != 0) m_triggers.push_back({ch.codeStart, end, ch.code});
+        if (ch.trigger && ch.code != 0) m_triggers.push_back({ch.codeStart, end, ch.code, size_t(&ch - m_channels.data())});
     if (m_padded) m_notes.push_back(StrFormat(LoadResString(IDS_NATIVE_NOTE_PADDED).c_str(), m_padded));
     return true;
 }
@@ -610,10 +632,15 @@ void NativeCopier::CopyItems(CSigFile& target) {
     // Trigger codes.
     if (!m_triggers.empty()) {
         CStatusGroup* g = groupFor(groupid::kTrigger, 3, 1);
+        const CRecordingMontage* montage = target.GetPhysicalMontage()->GetRecordingMontageAt(0);
         for (const TriggerEvent& e : m_triggers) {
             const LONG b = SampleAt(e.begin), end = std::max(b, SampleAt(e.end));
+            // The item names the channel its code comes from.
+            const std::string channel = montage && e.channel < montage->GetNumChannels()
+                                            ? std::string(montage->GetLabel(unsigned(e.channel)))
+                                            : std::string();
             target.AddStatusItem(new CStatusItem(g, b, m_origin + CSTimeSpan(e.begin), end, m_origin + CSTimeSpan(e.end),
-                                                 "", std::to_string(e.code).c_str(), "", 0, 1));
+                                                 channel.c_str(), std::to_string(e.code).c_str(), "", 0, 1));
         }
         m_notes.push_back(StrFormat(LoadResString(IDS_NATIVE_NOTE_TRIGGERS).c_str(), m_triggers.size()));
     }
@@ -628,6 +655,16 @@ void NativeCopier::CopyItems(CSigFile& target) {
         const std::string value = std::string(rec->GetLabel(unsigned(c))) + '\x1F' + info.label + '\x1F' + info.unit +
                                   '\x1F' + info.transducer;
         descriptions->AddGroupProperty(StrFormat("CH%zu", c).c_str(), "", value.c_str());
+    }
+    // The source's record duration and the records that end a run of signal
+    // before their end: a conversion back writes the same samples, no more.
+    const double sourceRecord = m_file.GetSourceRecordDuration() > 0 ? m_file.GetSourceRecordDuration() : m_duration;
+    if (sourceRecord > 0)
+        descriptions->AddGroupProperty(kSourceRecordKey, "", StrFormat("%.17g", sourceRecord).c_str());
+    if (!m_partial.empty()) {
+        std::string list;
+        for (const auto& [record, fill] : m_partial) list += (list.empty() ? "" : ",") + StrFormat("%ld:%u", record, fill);
+        descriptions->AddGroupProperty(kPartialRecordsKey, "", list.c_str());
     }
     target.AddGroup(descriptions);
 }

@@ -231,7 +231,9 @@ TEST(EdfExportImportTest, NativeThroughEdfAndBdfAndBackKeepsSamplesLabelsTimesAn
             } else if (group->GetGroupID() == groupid::kDiscontinuity) {
                 EXPECT_EQ(group->GetGroupType(), 0u);  // the gap before record 12
             } else if (group->GetGroupID() == groupid::kChannelDescriptions) {
-                EXPECT_EQ(group->GetGroupNumProperties(), 3);
+                // CH0..CH2 and the source's record duration (no partial record here).
+                EXPECT_EQ(group->GetGroupNumProperties(), 4);
+                EXPECT_FALSE(group->GetGroupPropertyValueAt(kSourceRecordKey).empty());
             } else {
                 EXPECT_EQ(group->GetGroupName(), "Stades");
                 EXPECT_EQ(group->GetGroupExtent(), 1u);
