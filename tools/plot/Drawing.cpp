@@ -25,14 +25,24 @@ void Font(cairo_t* cr, double size, bool bold = false) {
     cairo_set_font_size(cr, size);
 }
 
+// Width of a text as drawn.
+double TextWidth(cairo_t* cr, const std::string& text) {
+    const std::string safe = ValidUtf8(text);
+    cairo_text_extents_t e;
+    cairo_text_extents(cr, safe.c_str(), &e);
+    return e.x_advance;
+}
+
 // Text with its reference point at x (align 0 left, 0.5 centre, 1 right)
-// and its baseline at y.
+// and its baseline at y.  Texts of the files are made valid UTF-8 first:
+// cairo refuses anything else, and the whole picture with it.
 void Text(cairo_t* cr, double x, double y, const std::string& text, double align = 0.0) {
     if (text.empty()) return;
+    const std::string safe = ValidUtf8(text);
     cairo_text_extents_t e;
-    cairo_text_extents(cr, text.c_str(), &e);
+    cairo_text_extents(cr, safe.c_str(), &e);
     cairo_move_to(cr, x - align * e.x_advance, y);
-    cairo_show_text(cr, text.c_str());
+    cairo_show_text(cr, safe.c_str());
 }
 
 void Line(cairo_t* cr, double x0, double y0, double x1, double y1) {
@@ -342,13 +352,12 @@ void DrawPage(cairo_t* cr, const PageData& page, double width, double height) {
     for (const EventMark& e : page.events) {
         const double x = std::clamp(layout.X(e.begin), plot.x, plot.Right());
         const std::string name = e.name.empty() ? e.group : e.name;
-        cairo_text_extents_t ext;
-        cairo_text_extents(cr, name.c_str(), &ext);
+        const double width = TextWidth(cr, name);
         // Names that would overlap the one before go one line lower.
         const double y = x < lastTextEnd ? plot.y + 16 : plot.y + 8;
         Rgb(cr, e.rgb);
         Text(cr, x + 2, y, name);
-        if (x >= lastTextEnd) lastTextEnd = x + 4 + ext.x_advance;
+        if (x >= lastTextEnd) lastTextEnd = x + 4 + width;
     }
 
     // Second lines, then the gaps.

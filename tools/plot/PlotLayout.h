@@ -102,6 +102,10 @@ void TraceRange(const std::vector<TracePoint>& points, float& lo, float& hi);
 // its range without its rarest excursions (false when it has no value).
 bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, float& hi);
 
+// The text with every byte that is not part of a valid UTF-8 sequence
+// (Latin-1 labels of older files, control characters) replaced by '?'.
+std::string ValidUtf8(const std::string& text);
+
 // "HH:MM:SS" of a time of day in seconds (any value, wrapped to a day).
 std::string ClockText(double secondsOfDay);
 

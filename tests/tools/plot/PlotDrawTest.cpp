@@ -301,6 +301,18 @@ TEST(PlotOutput, SvgIsWellFormedAndPngIsOneImage) {
     EXPECT_EQ(be32(20), 1190u);
 }
 
+TEST(PlotOutput, LabelsThatAreNotUtf8DoNotSpoilThePicture) {
+    PageData page = SinePage(40, 3, 7, 2);
+    page.title = "Nuit de H\xE9l\xE8ne";         // Latin-1, as older files write it
+    page.traces[0].label = "F\xF6-\xB5V";
+    page.events.push_back({1.0, 2.0, "Art\xE9" "fact", "Groupe\xFF", 0x0000FF});
+    for (OutputFormat f : {OutputFormat::Png, OutputFormat::Svg, OutputFormat::Pdf}) {
+        const std::string bytes =
+            DrawToMemory(f, 1, [&](cairo_t* cr, unsigned) { DrawPage(cr, page, kPageWidth, kPageHeight); });
+        EXPECT_GT(bytes.size(), 1000u);
+    }
+}
+
 TEST(PlotOutput, FailingWriterIsReported) {
     Picture picture(OutputFormat::Png, 100, 100, [](const unsigned char*, unsigned) { return false; });
     ASSERT_TRUE(picture.Context());
