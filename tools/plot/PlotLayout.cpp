@@ -140,9 +140,17 @@ void TraceRange(const std::vector<TracePoint>& points, float& lo, float& hi) {
 }
 
 bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, float& hi) {
+    if (q <= 0) {
+        TraceRange(points, lo, hi);
+        return hi >= lo;
+    }
+    // A few hundred points spread over the trace tell its quantiles well
+    // enough for choosing a scale.
+    const size_t stride = std::max<size_t>(1, points.size() / 256);
     std::vector<float> v;
-    v.reserve(points.size() * 2);
-    for (const TracePoint& p : points) {
+    v.reserve(2 * (points.size() / stride + 1));
+    for (size_t i = 0; i < points.size(); i += stride) {
+        const TracePoint& p = points[i];
         if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) continue;
         v.push_back(p.lo);
         if (p.hi != p.lo) v.push_back(p.hi);
