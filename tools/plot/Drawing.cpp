@@ -310,6 +310,15 @@ cairo_status_t Picture::Write(void* closure, const unsigned char* data, unsigned
     return CAIRO_STATUS_SUCCESS;
 }
 
+void Picture::SetDocumentInfo(const std::string& title, const std::string& date) {
+    if (!m_surface || m_format != OutputFormat::Pdf) return;
+    cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_TITLE, ValidUtf8(title).c_str());
+    cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_CREATOR, "sigfile");
+    if (date.empty()) return;
+    cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_CREATE_DATE, date.c_str());
+    cairo_pdf_surface_set_metadata(m_surface, CAIRO_PDF_METADATA_MOD_DATE, date.c_str());
+}
+
 void Picture::NextPage() {
     if (m_cr && m_format == OutputFormat::Pdf) cairo_show_page(m_cr);
 }

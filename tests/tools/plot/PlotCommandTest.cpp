@@ -55,6 +55,11 @@ TEST(PlotCommand, DemoNightInEveryFormat) {
     const std::string pdf = ReadText(dir / "night.pdf");
     EXPECT_EQ(pdf.rfind("%PDF-", 0), 0u);
     EXPECT_EQ(CountPdfPages(pdf), 1u);
+    // The same night gives the same bytes (the PDF states the recording's date).
+    r = RunTool("report " + night + " " + dir / "again.pdf");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(ReadText(dir / "again.pdf"), pdf);
+    std::filesystem::remove(dir / "again.pdf");
     // No temporary file is left beside the pictures.
     size_t files = 0;
     for (const auto& e : std::filesystem::directory_iterator(dir.path)) files += e.is_regular_file();
