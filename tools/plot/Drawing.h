@@ -36,6 +36,10 @@ public:
     cairo_t* Context() const { return m_cr; }
     // Ends the page and starts another (PDF; ignored by the others).
     void NextPage();
+    // The title and the date a PDF states ("YYYY-MM-DDTHH:MM:SS"): the date
+    // of what is pictured rather than the time of drawing, so that the same
+    // recording always gives the same bytes.  Ignored by the other formats.
+    void SetDocumentInfo(const std::string& title, const std::string& date);
     // Writes what is left; false when the surface or the writer failed.
     bool Finish();
 

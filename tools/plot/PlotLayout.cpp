@@ -140,9 +140,17 @@ void TraceRange(const std::vector<TracePoint>& points, float& lo, float& hi) {
 }
 
 bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, float& hi) {
+    if (q <= 0) {
+        TraceRange(points, lo, hi);
+        return hi >= lo;
+    }
+    // A few hundred points spread over the trace tell its quantiles well
+    // enough for choosing a scale.
+    const size_t stride = std::max<size_t>(1, points.size() / 256);
     std::vector<float> v;
-    v.reserve(points.size() * 2);
-    for (const TracePoint& p : points) {
+    v.reserve(2 * (points.size() / stride + 1));
+    for (size_t i = 0; i < points.size(); i += stride) {
+        const TracePoint& p = points[i];
         if (!std::isfinite(p.lo) || !std::isfinite(p.hi)) continue;
         v.push_back(p.lo);
         if (p.hi != p.lo) v.push_back(p.hi);
@@ -157,6 +165,44 @@ bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, flo
     lo = at(q);
     hi = at(1.0 - q);
     return true;
+}
+
+std::string ValidUtf8(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const size_t n = text.size();
+    for (size_t i = 0; i < n;) {
+        const unsigned c = p[i];
+        size_t len = 0;
+        unsigned min = 0, cp = 0;
+        if (c < 0x80) {
+            out += (c < 0x20 || c == 0x7F) ? '?' : static_cast<char>(c);
+            ++i;
+            continue;
+        } else if ((c & 0xE0) == 0xC0) {
+            len = 2, cp = c & 0x1F, min = 0x80;
+        } else if ((c & 0xF0) == 0xE0) {
+            len = 3, cp = c & 0x0F, min = 0x800;
+        } else if ((c & 0xF8) == 0xF0) {
+            len = 4, cp = c & 0x07, min = 0x10000;
+        }
+        bool ok = len > 0 && i + len <= n;
+        for (size_t k = 1; ok && k < len; ++k) {
+            ok = (p[i + k] & 0xC0) == 0x80;
+            cp = (cp << 6) | (p[i + k] & 0x3F);
+        }
+        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+        ok = ok && cp >= min && cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF);
+        if (ok) {
+            out.append(text, i, len);
+            i += len;
+        } else {
+            out += '?';
+            ++i;
+        }
+    }
+    return out;
 }
 
 std::string ClockText(double secondsOfDay) {

@@ -98,9 +98,14 @@ private:
 
 // Range of the finite values of a trace (lo > hi when there is none).
 void TraceRange(const std::vector<TracePoint>& points, float& lo, float& hi);
-// The q and 1 - q quantiles of the finite values of a trace (0 <= q < 0.5):
-// its range without its rarest excursions (false when it has no value).
+// The q and 1 - q quantiles of the finite values of a trace (0 <= q < 0.5),
+// from a few hundred of its points: its range without its rarest
+// excursions (false when it has no value).
 bool RobustRange(const std::vector<TracePoint>& points, double q, float& lo, float& hi);
+
+// The text with every byte that is not part of a valid UTF-8 sequence
+// (Latin-1 labels of older files, control characters) replaced by '?'.
+std::string ValidUtf8(const std::string& text);
 
 // "HH:MM:SS" of a time of day in seconds (any value, wrapped to a day).
 std::string ClockText(double secondsOfDay);

@@ -405,6 +405,9 @@ bool SpectralFileMatches(const SpectralSource& source, const CSigFile& file) {
     return source.seconds <= RecordingSeconds(file) + 1.0;
 }
 
+// The most values a spectrogram holds (32 MB).
+constexpr double kMaxCells = 8e6;
+
 bool ReadSpectralFile(const std::string& name, const std::string& label, double fmax, CSDateTime origin,
                       SpectrogramMatrix& matrix, SpectralSource& source, std::string& error) {
     std::string data = name;
@@ -448,6 +451,7 @@ bool ReadSpectralFile(const std::string& name, const std::string& label, double 
     if (!(step > 0)) step = file->GetCsaEpochLength();
     if (!(step > 0)) step = file->GetFftEpochLength();
     if (!(step > 0)) step = 1.0;
+    const double recordStep = step;
     std::unique_ptr<CSpecRec> rec(file->CreateCompatibleSpecRec());
     if (!rec || !file->MoveFirst() || !file->Read(*rec)) {
         error = "Lecture impossible du fichier spectral " + name;
@@ -455,15 +459,21 @@ bool ReadSpectralFile(const std::string& name, const std::string& label, double 
     }
     source.start = rec->GetTime().ToIso();
     if (origin.GetValue() == 0) origin = rec->GetTime();
-    // Columns as wide as the spectral records are apart, no more than a week of them.
+    const CSDateTime first = rec->GetTime();
+    // Columns as wide as the spectral records are apart, or wider when
+    // there would be more than 20000 of them or more than kMaxCells values.
+    if (file->MoveLast() && file->Read(*rec)) {
+        const double span = (rec->GetTime() - origin).GetTotalSeconds();
+        const double columns = std::min(20000.0, std::floor(kMaxCells / bins));
+        if (std::isfinite(span) && span / step > columns) step = span / columns;
+    }
     matrix = SpectrogramMatrix();
     matrix.label = file->GetChannelLabel(channel);
     matrix.freqRes = res;
     matrix.columnSeconds = step;
     matrix.Resize(0, bins);
-    const unsigned maxColumns = static_cast<unsigned>(std::min(7.0 * 86400.0 / step, 1e6));
+    constexpr unsigned maxColumns = 20001;
     std::vector<float> values(bins);
-    const CSDateTime first = rec->GetTime();
     for (DWORD i = 0; i < file->GetNumRecords(); ++i) {
         if (!file->MoveTo(i) || !file->Read(*rec)) {
             error = StrFormat("Lecture impossible de l'enregistrement spectral %lu de %s", static_cast<unsigned long>(i),
@@ -475,9 +485,9 @@ bool ReadSpectralFile(const std::string& name, const std::string& label, double 
         const unsigned n = std::min(bins, rec->GetNumFreq(channel));
         for (unsigned k = 0; k < bins; ++k)
             values[k] = k < n && v[k] > 0 && std::isfinite(v[k]) ? 10.0f * std::log10(v[k]) : NAN;
-        source.seconds = std::max(source.seconds, (rec->GetTime() - first).GetTotalSeconds() + step);
+        source.seconds = std::max(source.seconds, (rec->GetTime() - first).GetTotalSeconds() + recordStep);
         const double t = (rec->GetTime() - origin).GetTotalSeconds();
-        if (!(t >= 0)) continue;
+        if (!(t >= 0) || !(t / step < maxColumns)) continue;
         matrix.SetColumn(static_cast<unsigned>(std::floor(t / step + 0.5)), values, maxColumns);
     }
     return true;

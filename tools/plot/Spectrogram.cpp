@@ -11,8 +11,9 @@ namespace sigplot {
 
 namespace {
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-// No column past a week of 1-s columns, whatever the recording says.
-constexpr unsigned kMaxColumns = 7 * 86400;
+// At most this many columns, whatever the recording says (ColumnSecondsFor
+// widens the columns of longer recordings).
+constexpr unsigned kMaxColumns = 20000;
 }  // namespace
 
 void SpectrogramMatrix::Resize(unsigned newColumns, unsigned newBins) {
@@ -86,6 +87,9 @@ SpectrogramBuilder::SpectrogramBuilder(double sampleRate, double columnSeconds, 
     m_epoch.reserve(n);
     m_work.resize(n);
     m_sum.assign(m_bins, 0.0);
+    // Wider columns rather than more than 8 million values (32 MB).
+    const double cells = std::ceil(totalSeconds / m_columnSeconds) * m_bins;
+    if (cells > 8e6) m_columnSeconds *= cells / 8e6;
     m_maxColumns = static_cast<unsigned>(std::min<double>(kMaxColumns, std::ceil(totalSeconds / m_columnSeconds)));
     m_matrix.columnSeconds = m_columnSeconds;
     m_matrix.freqRes = res;
@@ -156,8 +160,10 @@ SpectrogramMatrix SpectrogramBuilder::Finish(const std::string& label) {
 }
 
 double ColumnSecondsFor(double totalSeconds, double minSeconds) {
+    if (!std::isfinite(totalSeconds) || totalSeconds < 0) totalSeconds = 0;
     double s = std::ceil(totalSeconds / 600.0);
-    s = std::min(30.0, std::max(s, std::ceil(minSeconds)));
+    // Up to 30 s (one scoring epoch), wider only past 20000 columns.
+    s = std::min(std::max(30.0, std::ceil(totalSeconds / kMaxColumns)), std::max(s, std::ceil(minSeconds)));
     return s > 0 ? s : 1.0;
 }
 

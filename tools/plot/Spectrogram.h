@@ -66,7 +66,8 @@ private:
 };
 
 // Column width for a night of the given length: about 600 columns, whole
-// seconds, at least minSeconds and at most 30 s.
+// seconds, at least minSeconds and at most 30 s (wider only for recordings
+// of more than 20000 columns of 30 s, about a week).
 double ColumnSecondsFor(double totalSeconds, double minSeconds);
 
 // Colour of a level between 0 and 1 (dark blue through green to yellow).

@@ -41,11 +41,17 @@ std::string PictureNameCheck(const std::string& name) {
     return OutputFormatOf(name, format) ? std::string() : std::string("expected a name ending in .png, .svg or .pdf");
 }
 
+// The date a PDF states: the start of the recording pictured, so that
+// drawing it twice gives the same file.
+std::string DocumentDate(const CSDateTime& start) {
+    return start.GetValue() != 0 ? start.ToIso().substr(0, 19) : std::string();
+}
+
 // Draws pages into the output through ReplacingOutput.  draw(cr, page)
-// draws page `page` of `pages`.
+// draws page `page` of `pages`; date is the DocumentDate of the picture.
 template <typename Draw>
-int WritePicture(const std::string& input, const std::string& out, unsigned pages, Draw draw,
-                 double height = kPageHeight) {
+int WritePicture(const std::string& input, const std::string& out, const std::string& date, unsigned pages,
+                 Draw draw, double height = kPageHeight) {
     if (IsFileOfRecording(input, out) || EqualsNoCase(AbsolutePath(input), AbsolutePath(out)))
         return Failure(out + " est un fichier de l'enregistrement " + input + " : l'image ne peut l'écraser");
     OutputFormat format;
@@ -62,6 +68,7 @@ int WritePicture(const std::string& input, const std::string& out, unsigned page
             return std::fwrite(data, 1, length, stream) == length;
         });
         if (!picture.Context()) return Failure("Impossible de créer l'image " + out);
+        picture.SetDocumentInfo(ExtractFName(input) + ExtractExt(input), date);
         for (unsigned p = 0; p < pages; ++p) {
             if (p) picture.NextPage();
             draw(picture.Context(), p);
@@ -96,7 +103,7 @@ int RunPage(const PageOptions& opt) {
     PageData page;
     std::string error;
     if (!ReadPage(*file, request, page, error)) return Failure(error);
-    return WritePicture(opt.file, opt.out, 1,
+    return WritePicture(opt.file, opt.out, DocumentDate(RecordingStart(*file)), 1,
                         [&page](cairo_t* cr, unsigned) { DrawPage(cr, page, kPageWidth, kPageHeight); });
 }
 
@@ -136,7 +143,7 @@ int RunHypnogram(const std::string& name, const std::string& out) {
     // A band across the page rather than a whole page.
     constexpr double kHeight = 300.0;
     return WritePicture(
-        name, out, 1, [&](cairo_t* cr, unsigned) { DrawHypnogramPicture(cr, kPageWidth, kHeight, title, stages, span); },
+        name, out, DocumentDate(RecordingStart(*file)), 1, [&](cairo_t* cr, unsigned) { DrawHypnogramPicture(cr, kPageWidth, kHeight, title, stages, span); },
         kHeight);
 }
 
@@ -184,7 +191,7 @@ int RunSpectrogram(const SpectrogramOptions& opt) {
     SpectrogramMatrix matrix;
     std::vector<StageSpan> stages;
     TimeSpan span;
-    std::string error, title;
+    std::string error, title, date;
     if (IsSpectralName(opt.file)) {
         if (!opt.spectral.empty()) return Failure("--spectral accompagne un enregistrement, pas un fichier spectral");
         SpectralSource source;
@@ -194,12 +201,14 @@ int RunSpectrogram(const SpectrogramOptions& opt) {
         CSDateTime::FromText(source.start, start);
         span.clockAtZero = SecondsOfDay(start);
         span.to = matrix.columns * matrix.columnSeconds;
+        date = DocumentDate(start);
         if (SigFilePtr rec = SourceOfSpectralFile(opt.file, source)) {
             // Placed on the recording's own time line, with its stages.
             if (!ReadSpectralFile(opt.file, opt.channel, opt.fmax, RecordingStart(*rec), matrix, source, error))
                 return Failure(error);
             stages = ReadStages(*rec);
             span = NightSpan(*rec, stages);
+            date = DocumentDate(RecordingStart(*rec));
         }
         title = "Spectrogramme  -  " + ExtractFName(opt.file) + ExtractExt(opt.file) + "  -  " + start.ToDateText();
     } else {
@@ -209,9 +218,10 @@ int RunSpectrogram(const SpectrogramOptions& opt) {
         stages = ReadStages(*file);
         span = NightSpan(*file, stages);
         title = Title(*file, "Spectrogramme");
+        date = DocumentDate(RecordingStart(*file));
     }
     if (!(span.to > span.from)) span.to = span.from + 1;
-    return WritePicture(opt.file, opt.out, 1, [&](cairo_t* cr, unsigned) {
+    return WritePicture(opt.file, opt.out, date, 1, [&](cairo_t* cr, unsigned) {
         DrawSpectrogramPicture(cr, kPageWidth, kPageHeight, title, matrix, stages, span);
     });
 }
@@ -288,7 +298,8 @@ int RunReport(const ReportOptions& opt) {
         page.spectrogram = haveMatrix ? &matrix : nullptr;
         page.spectrogramNote = note;
     }
-    return WritePicture(opt.file, opt.out, static_cast<unsigned>(pages.size()), [&](cairo_t* cr, unsigned p) {
+    return WritePicture(opt.file, opt.out, DocumentDate(RecordingStart(*file)), static_cast<unsigned>(pages.size()),
+                        [&](cairo_t* cr, unsigned p) {
         DrawReportPage(cr, kPageWidth, kPageHeight, pages[p]);
     });
 }

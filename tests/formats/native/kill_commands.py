@@ -96,6 +96,10 @@ SCENARIOS = [
     ("spectrum", lambda d: (demo(d, "A", 1, 1), demo(d, "B", 2, 2),
                             plain(["spectrum", "B.SIG", "O.SPC", "--epoch", "2"], d)),
      ["spectrum", "A.SIG", "O.SPC", "--epoch", "1"], lambda d: (spectral_state(d, "O"),)),
+    ("plot", lambda d: (demo(d, "A", 1, 1), demo(d, "B", 2, 2), plain(["plot", "page", "B.SIG", "O.png"], d)),
+     ["plot", "page", "A.SIG", "O.png"], lambda d: (file_state(d, ["O.png"]),)),
+    ("report", lambda d: (demo(d, "A", 1, 1), demo(d, "B", 2, 2), plain(["report", "B.SIG", "O.pdf"], d)),
+     ["report", "A.SIG", "O.pdf"], lambda d: (file_state(d, ["O.pdf"]),)),
 ]
 
 

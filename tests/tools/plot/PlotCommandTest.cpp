@@ -55,6 +55,11 @@ TEST(PlotCommand, DemoNightInEveryFormat) {
     const std::string pdf = ReadText(dir / "night.pdf");
     EXPECT_EQ(pdf.rfind("%PDF-", 0), 0u);
     EXPECT_EQ(CountPdfPages(pdf), 1u);
+    // The same night gives the same bytes (the PDF states the recording's date).
+    r = RunTool("report " + night + " " + dir / "again.pdf");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(ReadText(dir / "again.pdf"), pdf);
+    std::filesystem::remove(dir / "again.pdf");
     // No temporary file is left beside the pictures.
     size_t files = 0;
     for (const auto& e : std::filesystem::directory_iterator(dir.path)) files += e.is_regular_file();
@@ -201,4 +206,57 @@ TEST(PlotReport, RecordingDataFromAHandMadeRecording) {
     sigplot::SpectrogramMatrix m;
     ASSERT_TRUE(sigplot::ComputeSpectrogram(*file, "", 30, m, error)) << error;
     EXPECT_NEAR(m.BrightestBin() * m.freqRes, 10.0, m.freqRes);
+}
+
+TEST(PlotPageData, MontageChannelsAreComputedFromTheRecording) {
+    tooltest::SigFilePtr file = tooltest::OpenReadOnly(DemoFile());
+    ASSERT_TRUE(file);
+    sigplot::PageRequest request;
+    request.start = 100;
+    request.duration = 2;  // 512 samples: every sample kept
+    request.channels = {"Fp1-REF", "F7-REF"};
+    sigplot::PageData recorded, bipolar;
+    std::string error;
+    ASSERT_TRUE(sigplot::ReadPage(*file, request, recorded, error)) << error;
+    request.montage = "Bipolar";
+    request.channels = {"FP1-F7"};
+    ASSERT_TRUE(sigplot::ReadPage(*file, request, bipolar, error)) << error;
+    const auto& fp1 = recorded.traces[0].points;
+    const auto& f7 = recorded.traces[1].points;
+    const auto& diff = bipolar.traces[0].points;
+    ASSERT_EQ(diff.size(), 512u);
+    ASSERT_EQ(fp1.size(), diff.size());
+    for (size_t i = 0; i < diff.size(); i += 37) {
+        EXPECT_DOUBLE_EQ(diff[i].t, fp1[i].t);
+        EXPECT_NEAR(diff[i].lo, fp1[i].lo - f7[i].lo, 0.05) << i;
+    }
+    EXPECT_EQ(bipolar.montage, "Bipolar");
+}
+
+TEST(PlotPageData, WindowAtTheEndAndEventsOfTheWindow) {
+    tooltest::SigFilePtr file = tooltest::OpenReadOnly(DemoFile());
+    ASSERT_TRUE(file);
+    const double length = sigplot::RecordingSeconds(*file);
+    sigplot::PageRequest request;
+    request.start = length - 5;  // a 30-s page of which 5 s exist
+    sigplot::PageData page;
+    std::string error;
+    ASSERT_TRUE(sigplot::ReadPage(*file, request, page, error)) << error;
+    EXPECT_DOUBLE_EQ(page.duration, 30.0);
+    for (const auto& trace : page.traces) {
+        ASSERT_FALSE(trace.points.empty()) << trace.label;
+        EXPECT_LT(trace.points.back().t, length) << trace.label;
+        EXPECT_GE(trace.points.front().t, length - 5) << trace.label;
+    }
+    // The demo's note on O1 at 200 s, and a spindle or two, in a page around it.
+    request.start = 190;
+    ASSERT_TRUE(sigplot::ReadPage(*file, request, page, error)) << error;
+    const bool note = std::any_of(page.events.begin(), page.events.end(), [](const sigplot::EventMark& e) {
+        return e.name.find("O1") != std::string::npos && std::fabs(e.begin - 200.0) < 1e-6;
+    });
+    EXPECT_TRUE(note);
+    for (const auto& e : page.events) {
+        EXPECT_LE(e.begin, 220.0);
+        EXPECT_GE(e.end, 190.0);
+    }
 }

@@ -152,6 +152,17 @@ TEST(PlotLayout, TraceBufferIsBoundedAndKeepsExtremes) {
     EXPECT_TRUE(std::isnan(raw.Points()[2].lo));
 }
 
+TEST(PlotLayout, TextsBecomeValidUtf8) {
+    EXPECT_EQ(ValidUtf8("H\xC3\xA9l\xC3\xA8ne \xC2\xB5V"), "H\xC3\xA9l\xC3\xA8ne \xC2\xB5V");  // kept
+    EXPECT_EQ(ValidUtf8("H\xE9l\xE8ne"), "H?l?ne");         // Latin-1
+    EXPECT_EQ(ValidUtf8("a\xC3"), "a?");                      // cut short
+    EXPECT_EQ(ValidUtf8("\xC0\xAF"), "??");                  // overlong '/'
+    EXPECT_EQ(ValidUtf8("\xED\xA0\x80"), "???");            // surrogate
+    EXPECT_EQ(ValidUtf8("\xF4\x90\x80\x80"), "????");      // past U+10FFFF
+    EXPECT_EQ(ValidUtf8("\xF0\x9F\x98\x80"), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(ValidUtf8(std::string("a\0b\n", 4)), "a?b?");  // controls
+}
+
 TEST(PlotLayout, RobustRangeLeavesRareExcursionsOut) {
     std::vector<TracePoint> points;
     for (int i = 0; i < 1000; ++i) points.push_back({i * 0.01, float(i % 100), float(i % 100)});

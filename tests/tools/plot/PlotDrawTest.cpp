@@ -99,10 +99,10 @@ TEST(PlotPage, VoltagesTooLargeForTheSensitivityAreFitted) {
 }
 
 TEST(PlotPage, ShortArtefactKeepsTheSensitivityAndStaysNearItsTrace) {
-    // A 50 µV sine with a 5 mV step during its first second (of ten).
+    // A 50 µV sine with a 5 mV step during its first 0.6 s (of ten).
     PageData page = SinePage(50.0, 2.0, 7.0, 3);
     for (TracePoint& p : page.traces[1].points)
-        if (p.t < 1.0) p.lo = p.hi = 5000.0f;
+        if (p.t < 0.6) p.lo = p.hi = 5000.0f;
     const PageLayout layout(kPageWidth, kPageHeight, 0, 10, 3, 7.0);
     EXPECT_FALSE(IsFitted(page.traces[1], layout));
     const Image img = Render(kPageWidth, kPageHeight, 2.0, [&](cairo_t* cr) { DrawPage(cr, page, kPageWidth, kPageHeight); });
@@ -113,7 +113,7 @@ TEST(PlotPage, ShortArtefactKeepsTheSensitivityAndStaysNearItsTrace) {
     EXPECT_NEAR(top, layout.Y(0, 50.0) * 2, 2.0);
     EXPECT_NEAR(bottom, layout.Y(2, -50.0) * 2, 2.0);
     // The step is cut one and a half bands above its baseline.
-    TraceRows(img, img.Px(layout.X(0.2)), img.Px(layout.X(0.8)), img.Px(layout.Plot().y),
+    TraceRows(img, img.Px(layout.X(0.1)), img.Px(layout.X(0.5)), img.Px(layout.Plot().y),
               img.Px(layout.Baseline(1)), top, bottom);
     EXPECT_GE(top, img.Px(layout.Baseline(1) - 1.5 * layout.Spacing()) - 1);
     EXPECT_LT(top, img.Px(layout.Baseline(0)));
@@ -299,6 +299,18 @@ TEST(PlotOutput, SvgIsWellFormedAndPngIsOneImage) {
     };
     EXPECT_EQ(be32(16), 1684u);
     EXPECT_EQ(be32(20), 1190u);
+}
+
+TEST(PlotOutput, LabelsThatAreNotUtf8DoNotSpoilThePicture) {
+    PageData page = SinePage(40, 3, 7, 2);
+    page.title = "Nuit de H\xE9l\xE8ne";         // Latin-1, as older files write it
+    page.traces[0].label = "F\xF6-\xB5V";
+    page.events.push_back({1.0, 2.0, "Art\xE9" "fact", "Groupe\xFF", 0x0000FF});
+    for (OutputFormat f : {OutputFormat::Png, OutputFormat::Svg, OutputFormat::Pdf}) {
+        const std::string bytes =
+            DrawToMemory(f, 1, [&](cairo_t* cr, unsigned) { DrawPage(cr, page, kPageWidth, kPageHeight); });
+        EXPECT_GT(bytes.size(), 1000u);
+    }
 }
 
 TEST(PlotOutput, FailingWriterIsReported) {
