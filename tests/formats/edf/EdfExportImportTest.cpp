@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 
 #include "montage/mtgs.h"
@@ -518,4 +519,44 @@ TEST(EdfExportImportTest, ImportCommand) {
     r = RunTool("import " + (dir / "odd.edf") + " " + (dir / "b.SIG") + " --resample");
     EXPECT_EQ(r.status, 0) << r.out;
     EXPECT_EQ(RunTool("import " + edf).status, 2);
+}
+
+// A file whose length is not a whole number of native records: the native
+// recording says which record ends early and what record duration the file
+// had, and the way back (directly, or through a second native copy) gives
+// the file's own records and samples, nothing repeated.
+TEST(EdfExportImportTest, RoundTripKeepsTheRecordsAndTheNumberOfSamples) {
+    TempDir dir;
+    const std::string edf = dir / "odd.edf";
+    WriteForeign(edf, EdfFormat::Edf, {{"EEG C3-A2", 100}, {"Resp", 50}}, -32768, 32767, 7);
+    std::string error;
+    ASSERT_EQ(ImportEdf(edf.c_str(), (dir / "odd.SIG").c_str(), {}, &error), 1) << error;
+    {
+        FilePtr f(CSigFile::Open((dir / "odd.SIG").c_str(), 1));
+        ASSERT_TRUE(f);
+        EXPECT_EQ(f->GetNumRecords(), 11);  // 700 samples in records of 64
+        std::map<long, unsigned> partial;
+        f->GetPartialRecords(&partial);
+        EXPECT_EQ(partial, (std::map<long, unsigned>{{10, 60}}));
+        EXPECT_DOUBLE_EQ(f->GetSourceRecordDuration(), 1.0);
+    }
+    CSigFileCopyOptions copy;
+    ASSERT_EQ(ConvertSigFile((dir / "odd.SIG").c_str(), (dir / "again.SIG").c_str(), copy, &error), 1) << error;
+    for (const char* from : {"odd.SIG", "again.SIG"}) {
+        const std::string back = dir / (std::string(from) + ".edf");
+        ASSERT_EQ(ConvertSigFile((dir / from).c_str(), back.c_str(), copy, &error), 1) << error;
+        EdfReader original, reader;
+        ASSERT_TRUE(original.Open(edf, error)) << error;
+        ASSERT_TRUE(reader.Open(back, error)) << error;
+        EXPECT_EQ(reader.Header().recordDuration, 1.0) << from;
+        ASSERT_EQ(reader.RecordCount(), 7) << from;
+        for (long r = 0; r < 7; ++r) {
+            std::vector<std::vector<LONG>> want, got;
+            ASSERT_TRUE(original.ReadRecord(r, want, error));
+            ASSERT_TRUE(reader.ReadRecord(r, got, error));
+            ASSERT_EQ(got.size(), 2u);
+            EXPECT_EQ(got[0], want[0]) << from << " record " << r;
+            EXPECT_EQ(got[1], want[1]) << from << " record " << r;
+        }
+    }
 }
