@@ -483,20 +483,26 @@ bool Copier::Run(std::string& error) {
     double queueStart = 0;  // time of the first queued sample
     double previous = 0;
     size_t written = 0;
+    std::vector<const LONG*> pointers(m_signals.size());
     auto writeRecord = [&](bool pad) {
         for (size_t i = 0; i < queues.size(); ++i) {
             const size_t n = m_samples[i].size();
             const size_t from = head * n;
+            if (!pad) {
+                pointers[i] = queues[i].data() + from;  // a whole record is queued: written from the queue
+                continue;
+            }
             for (size_t k = 0; k < n; ++k) {
                 if (from + k < queues[i].size()) m_samples[i][k] = queues[i][from + k];
-                else m_samples[i][k] = pad && !queues[i].empty() ? queues[i].back() : 0;
+                else m_samples[i][k] = !queues[i].empty() ? queues[i].back() : 0;
             }
+            pointers[i] = m_samples[i].data();
         }
         const std::vector<EdfAnnotation> none;
         const auto& carried = written < plan.perRecord.size() ? plan.perRecord[written] : none;
         ++written;
         ++head;
-        const bool ok = writer.WriteRecord(queueStart, m_samples, carried, error);
+        const bool ok = writer.WriteRecord(queueStart, pointers.data(), pointers.size(), carried, error);
         queueStart += m_recordSeconds;
         return ok;
     };

@@ -328,6 +328,13 @@ bool EdfWriter::PackSignal(size_t i, const Sample* v, size_t n, BYTE*& p, std::s
     } else if (sizeof(Sample) == 2 && std::endian::native == std::endian::little) {
         std::memcpy(p, v, n * 2);  // already the file's little-endian 16 bits
         p += n * 2;
+    } else if (std::endian::native == std::endian::little) {
+        // Narrowed in a loop the compiler turns into vector packs.
+        for (size_t k = 0; k < n; ++k) {
+            const int16_t x = static_cast<int16_t>(v[k]);
+            std::memcpy(p + 2 * k, &x, 2);
+        }
+        p += n * 2;
     } else {
         for (size_t k = 0; k < n; ++k, p += 2) {
             uint32_t u = static_cast<uint32_t>(LONG(v[k]));
@@ -349,6 +356,16 @@ bool EdfWriter::WriteRecord(double start, const std::vector<std::vector<LONG>>& 
 }
 
 bool EdfWriter::WriteRecord(double start, const short* const* samples, size_t signalCount,
+                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+    bool follows = false;
+    if (!BeginRecord(start, signalCount, annotations, follows, error)) return false;
+    BYTE* p = m_block.data() + m_recordAt;
+    for (size_t i = 0; i < m_signals.size(); ++i)
+        if (!PackSignal(i, samples[i], size_t(m_signals[i].samplesPerRecord), p, error)) return false;
+    return FinishRecord(start, follows, annotations, p, error);
+}
+
+bool EdfWriter::WriteRecord(double start, const LONG* const* samples, size_t signalCount,
                             const std::vector<EdfAnnotation>& annotations, std::string& error) {
     bool follows = false;
     if (!BeginRecord(start, signalCount, annotations, follows, error)) return false;

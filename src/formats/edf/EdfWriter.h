@@ -53,6 +53,10 @@ public:
     // into wider integers.
     bool WriteRecord(double start, const short* const* samples, size_t signalCount,
                      const std::vector<EdfAnnotation>& annotations, std::string& error);
+    // The same for samples held as 32-bit integers (samples[i] points at
+    // signal i's samplesPerRecord values), without copying them first.
+    bool WriteRecord(double start, const LONG* const* samples, size_t signalCount,
+                     const std::vector<EdfAnnotation>& annotations, std::string& error);
 
     // Writes the record count and, when some record did not follow the
     // previous one, the "+D" mark, then replaces the target with the file.

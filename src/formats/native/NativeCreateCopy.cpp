@@ -61,6 +61,13 @@ struct Channel {
     size_t Queued() const { return queue.size() - head; }
 };
 
+// std::round for the sample range (|x| < 2^62), without a library call per
+// sample: halves go away from zero.
+inline double RoundHalfAway(double x) {
+    if (!(std::fabs(x) < 4e18)) return std::round(x);  // not a number, infinite or huge: as std::round
+    return x >= 0 ? double(static_cast<long long>(x + 0.5)) : double(static_cast<long long>(x - 0.5));
+}
+
 struct TriggerEvent {
     double begin, end;
     LONG code;
@@ -474,21 +481,36 @@ bool NativeCopier::Emit(CSigFile& target, bool pad, std::string& error) {
         for (size_t c = 0; c < m_channels.size(); ++c) {
             Channel& ch = m_channels[c];
             short* out = m_record->GetAt(unsigned(c));
-            const double last = ch.Queued() ? ch.queue.back() : (ch.queue.empty() ? 0.0 : ch.queue.back());
-            for (unsigned k = 0; k < ch.samples; ++k) {
-                const double v = ch.head < ch.queue.size() ? ch.queue[ch.head++] : last;
-                double raw = 0;
-                switch (ch.mode) {
-                    case Channel::Copy16: raw = std::round(v); break;
-                    case Channel::Shift: raw = std::round(v - ch.lo) - 32768; break;
-                    case Channel::Spread: raw = std::round((v - ch.lo) * 65535.0 / (ch.hi - ch.lo)) - 32768; break;
-                    case Channel::Trigger:
-                        raw = double((ch.info.bits > 16 ? (LONG(v) & 0xFFFF) : LONG(v)) & 0xFFFF) - 32768;
-                        if (ch.info.bits <= 16 && v >= kAdMin && v <= kAdMax) raw = std::round(v);
-                        break;
-                }
-                out[k] = short(std::clamp(raw, double(kAdMin), double(kAdMax)));
+            // The queued samples, then (a record completed at a gap or at the
+            // end) the last one repeated.
+            const size_t avail = std::min<size_t>(ch.samples, ch.Queued());
+            const double* q = ch.queue.data() + ch.head;
+            size_t take = avail;
+            if (avail == 0 && !ch.queue.empty() && ch.samples) {
+                q = &ch.queue.back();  // nothing left: the last sample consumed is repeated
+                take = 1;
             }
+            auto store = [&](auto convert) {
+                for (size_t k = 0; k < take; ++k) out[k] = short(std::clamp(convert(q[k]), double(kAdMin), double(kAdMax)));
+            };
+            switch (ch.mode) {
+                case Channel::Copy16: store([](double v) { return RoundHalfAway(v); }); break;
+                case Channel::Shift: store([lo = ch.lo](double v) { return RoundHalfAway(v - lo) - 32768; }); break;
+                case Channel::Spread: {
+                    const double scale = 65535.0 / (ch.hi - ch.lo);
+                    store([lo = ch.lo, scale](double v) { return RoundHalfAway((v - lo) * scale) - 32768; });
+                    break;
+                }
+                case Channel::Trigger:
+                    store([wide = ch.info.bits > 16](double v) {
+                        if (!wide && v >= kAdMin && v <= kAdMax) return RoundHalfAway(v);
+                        return double((wide ? (LONG(v) & 0xFFFF) : LONG(v)) & 0xFFFF) - 32768;
+                    });
+                    break;
+            }
+            ch.head += avail;
+            const short fill = take ? out[take - 1] : short(0);
+            for (size_t k = take; k < ch.samples; ++k) out[k] = fill;
             // Drop what was consumed, now and then.
             if (ch.head > 65536) {
                 ch.queue.erase(ch.queue.begin(), ch.queue.begin() + long(ch.head));
