@@ -108,7 +108,6 @@ std::vector<ChannelSpec> Recording::Channels(const std::string& montage) const {
         }
         return specs;
     }
-    const CPhysicalMontage* physical = file.GetPhysicalMontage();
     for (unsigned c = 0; c < file.GetNumChannels(); ++c) {
         ChannelSpec spec;
         CSigChannelInfo info;
@@ -116,14 +115,11 @@ std::vector<ChannelSpec> Recording::Channels(const std::string& montage) const {
             spec.label = info.label;
             spec.unitName = info.unit;
         }
-        const unsigned m = c / kMaxMontageChannels, k = c % kMaxMontageChannels;
-        if (physical && int(m) < physical->GetNumRecordingMontages()) {
-            const CRecordingMontage* rec = physical->GetRecordingMontageAt(int(m));
-            if (rec && k < rec->GetNumChannels()) {
-                spec.alias = rec->GetLabel(k);
-                spec.type = rec->GetType(k);
-                spec.unit = rec->GetUnit(k);
-            }
+        unsigned k = 0;
+        if (const CRecordingMontage* rec = RecordingMontageOfChannel(file, c, &k)) {
+            spec.alias = rec->GetLabel(k);
+            spec.type = rec->GetType(k);
+            spec.unit = rec->GetUnit(k);
         }
         if (spec.label.empty()) spec.label = spec.alias;
         if (spec.unitName.empty()) spec.unitName = VhlGetUnitName(spec.unit);

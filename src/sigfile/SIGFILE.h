@@ -254,6 +254,12 @@ int ValidateStatusItems(CSigFile* file);
 // one of them.
 bool IsFileOfRecording(const std::string& sigName, const std::string& name);
 
+class CRecordingMontage;
+// The recording montage that describes record channel `channel` (recording
+// montage channel / 128 holds it, as entry channel % 128) and that entry in
+// *index; null when the file has no such montage or entry.
+const CRecordingMontage* RecordingMontageOfChannel(const CSigFile& file, unsigned channel, unsigned* index);
+
 // Owner of an open signal file for C++ callers: closes and deletes it.
 struct CSigFileCloser {
     void operator()(CSigFile* file) const {

@@ -98,6 +98,16 @@ std::string ConversionProperty(const CSigFile& file, const char* key) {
 
 }  // namespace
 
+const CRecordingMontage* RecordingMontageOfChannel(const CSigFile& file, unsigned channel, unsigned* index) {
+    const CPhysicalMontage* physical = file.GetPhysicalMontage();
+    const unsigned m = channel / kMaxMontageChannels, k = channel % kMaxMontageChannels;
+    if (!physical || int(m) >= physical->GetNumRecordingMontages()) return nullptr;
+    const CRecordingMontage* rec = physical->GetRecordingMontageAt(int(m));
+    if (!rec || k >= rec->GetNumChannels()) return nullptr;
+    if (index) *index = k;
+    return rec;
+}
+
 // "PARTIAL" holds "record:samples" pairs separated by commas.
 void CSigFile::GetPartialRecords(std::map<long, unsigned>* fills) const {
     if (!fills) return;

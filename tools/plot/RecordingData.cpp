@@ -49,7 +49,6 @@ struct ChannelRef {
 
 std::vector<ChannelRef> RecordedChannels(const CSigFile& file) {
     std::vector<ChannelRef> all;
-    const CPhysicalMontage* physical = file.GetPhysicalMontage();
     for (unsigned c = 0; c < file.GetNumChannels(); ++c) {
         ChannelRef ref;
         CSigChannelInfo info;
@@ -57,10 +56,8 @@ std::vector<ChannelRef> RecordedChannels(const CSigFile& file) {
             ref.label = info.label;
             ref.unit = info.unit;
         }
-        const unsigned m = c / kMaxMontageChannels, k = c % kMaxMontageChannels;
-        if (physical && int(m) < physical->GetNumRecordingMontages() &&
-            k < physical->GetRecordingMontageAt(int(m))->GetNumChannels()) {
-            const CRecordingMontage* rec = physical->GetRecordingMontageAt(int(m));
+        unsigned k = 0;
+        if (const CRecordingMontage* rec = RecordingMontageOfChannel(file, c, &k)) {
             ref.alias = rec->GetLabel(k);
             ref.type = rec->GetType(k);
             if (ref.unit.empty()) ref.unit = VhlGetUnitName(rec->GetUnit(k));

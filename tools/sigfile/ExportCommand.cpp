@@ -134,14 +134,11 @@ public:
             }
         } else {
             m_source = std::make_unique<CRecordSource>(m_file, unit);
-            const CPhysicalMontage* physical = m_file.GetPhysicalMontage();
             for (unsigned c = 0; c < m_file.GetNumChannels(); ++c) {
                 // The montage's label selects the channel too ("Fp1-REF" for "EEG Fp1-REF").
                 std::string alias;
-                const unsigned m = c / kMaxMontageChannels, k = c % kMaxMontageChannels;
-                if (physical && int(m) < physical->GetNumRecordingMontages() &&
-                    k < physical->GetRecordingMontageAt(int(m))->GetNumChannels())
-                    alias = physical->GetRecordingMontageAt(int(m))->GetLabel(k);
+                unsigned k = 0;
+                if (const CRecordingMontage* rec = RecordingMontageOfChannel(m_file, c, &k)) alias = rec->GetLabel(k);
                 all.push_back({ChannelLabel(m_file, c), alias, c, m_file.GetChannelFrequency(c),
                                m_file.GetSamplesChannel(c)});
             }

@@ -376,12 +376,10 @@ std::vector<EdfAnnotation> Copier::Annotations(const CSDateTime& origin, double 
     // Trigger items read from a channel that is exported too: the channel
     // carries their codes already.
     std::set<std::string> exportedChannels;
-    const CPhysicalMontage* physical = m_file.GetPhysicalMontage();
     for (const Plan& p : m_plans) {
-        const unsigned m = p.channel / kMaxMontageChannels, k = p.channel % kMaxMontageChannels;
-        if (p.kind != Plan::Computed && physical && int(m) < physical->GetNumRecordingMontages() &&
-            k < physical->GetRecordingMontageAt(int(m))->GetNumChannels())
-            exportedChannels.insert(ToUpperAscii(physical->GetRecordingMontageAt(int(m))->GetLabel(k)));
+        unsigned k = 0;
+        const CRecordingMontage* rec = p.kind != Plan::Computed ? RecordingMontageOfChannel(m_file, p.channel, &k) : nullptr;
+        if (rec) exportedChannels.insert(ToUpperAscii(rec->GetLabel(k)));
     }
     std::vector<EdfAnnotation> out;
     for (unsigned i = 0; i < m_file.GetNumStatusItems(); ++i) {
