@@ -61,11 +61,13 @@ struct Channel {
     size_t Queued() const { return queue.size() - head; }
 };
 
-// std::round for the sample range (|x| < 2^62), without a library call per
-// sample: halves go away from zero.
+// Rounding half away from zero, like std::round, without a library call or
+// a data-dependent branch per sample: values beyond +-1e15 (far outside
+// any stored range) are taken at that bound, not a number gives 0.
 inline double RoundHalfAway(double x) {
-    if (!(std::fabs(x) < 4e18)) return std::round(x);  // not a number, infinite or huge: as std::round
-    return x >= 0 ? double(static_cast<long long>(x + 0.5)) : double(static_cast<long long>(x - 0.5));
+    if (x != x) return 0;
+    x = std::min(std::max(x, -1e15), 1e15);
+    return double(static_cast<long long>(x + std::copysign(0.5, x)));
 }
 
 struct TriggerEvent {
