@@ -128,6 +128,8 @@ private:
     bool ReadRecord(long r, std::string& error);
     std::vector<EdfAnnotation> Annotations(const CSDateTime& origin, double end) const;
     bool WriteAnnotationsOnly(std::string& error);
+    bool CanCopyRawRecords() const;
+    bool CopyRawRecords(EdfWriter& writer, const EdfAnnotationPlan& plan, const CSDateTime& origin, std::string& error);
 
     CSigFile& m_file;
     std::string m_out;
@@ -471,6 +473,7 @@ bool Copier::Run(std::string& error) {
     EdfWriter writer;
     if (!writer.Open(m_out, header, m_signals, room, error)) return false;
     if (m_progress) m_progress->SetRange(ULONGLONG(records));
+    if (CanCopyRawRecords()) return CopyRawRecords(writer, plan, origin, error) && writer.Close(error);
     // Samples flow from the source's records into the EDF records through one
     // queue per signal: an EDF record is written when every queue holds its
     // share, so its records need not be made of whole source records.
@@ -581,6 +584,61 @@ bool Copier::Run(std::string& error) {
     }
     if (!flush()) return false;
     return writer.Close(error);
+}
+
+// A native recording exported whole-record for whole-record to 16-bit EDF,
+// every channel as stored: each record's 16-bit samples go into the file as
+// they are, without the queues.
+bool Copier::CanCopyRawRecords() const {
+    if (m_derived || m_file.GetFormat() != SIGFILE_FORMAT_NATIVE || SampleBytes(m_format) != 2) return false;
+    if (std::fabs(m_recordSeconds - m_duration) > 1e-12 * m_duration) return false;
+    for (const auto& [record, fill] : m_partial)
+        if (record >= m_first && record < m_end) return false;
+    for (size_t i = 0; i < m_plans.size(); ++i) {
+        const EdfSignal& s = m_signals[i];
+        if (m_plans[i].kind != Plan::Digital || s.digitalMin != -32768 || s.digitalMax != 32767 ||
+            s.samplesPerRecord != int(m_file.GetSamplesChannel(m_plans[i].channel)))
+            return false;
+    }
+    return true;
+}
+
+bool Copier::CopyRawRecords(EdfWriter& writer, const EdfAnnotationPlan& plan, const CSDateTime& origin,
+                            std::string& error) {
+    std::unique_ptr<CRawSigRec> raw(m_file.CreateCompatibleRawSigRec());
+    if (!raw) {
+        error = StrFormat(LoadResString(IDS_EDF_ERR_READ).c_str(), m_first);
+        return false;
+    }
+    std::vector<const short*> pointers(m_plans.size());
+    const std::vector<EdfAnnotation> none;
+    double previous = 0;
+    for (long r = m_first; r < m_end; ++r) {
+        m_file.MoveTo(r);
+        if (!m_file.Read(raw.get())) {
+            error = StrFormat(LoadResString(IDS_EDF_ERR_READ).c_str(), r);
+            return false;
+        }
+        double start = SecondsBetween(origin, raw->GetTime());
+        // Record times carry a little rounding: a record within a thousandth
+        // of its duration of the previous end follows it.
+        if (r != m_first && (std::fabs(start - (previous + m_duration)) <= 1e-3 * m_duration + 1e-6 ||
+                             start < previous + m_duration))
+            start = previous + m_duration;
+        previous = start;
+        for (size_t i = 0; i < m_plans.size(); ++i) pointers[i] = raw->GetAt(m_plans[i].channel);
+        const size_t written = size_t(r - m_first);
+        const auto& carried = written < plan.perRecord.size() ? plan.perRecord[written] : none;
+        if (!writer.WriteRecord(start, pointers.data(), pointers.size(), carried, error)) return false;
+        if (m_progress) {
+            m_progress->SetPos(ULONGLONG(r - m_first + 1));
+            if (m_progress->IsCancelled()) {
+                error = LoadResString(IDS_EDF_ERR_CANCELLED);
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 }  // namespace
