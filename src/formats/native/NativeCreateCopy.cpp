@@ -92,6 +92,10 @@ private:
     bool MeasureRanges(std::string& error);
     bool Describe(std::string& error);
     bool CopyRecords(CSigFile& target, std::string& error);
+    // Source records that are each a whole number of native records of
+    // 16-bit samples kept as stored: the records are cut up, no queues.
+    unsigned WholeRecordFactor() const;
+    bool CopyWholeRecords(CSigFile& target, unsigned factor, std::string& error);
     void Push(Channel& ch, const double* values, unsigned n, double recordStart);
     bool Emit(CSigFile& target, bool pad, std::string& error);
     void EndSegment();
@@ -540,6 +544,63 @@ void NativeCopier::EndSegment() {
     }
 }
 
+unsigned NativeCopier::WholeRecordFactor() const {
+    if (m_derived || m_channels.empty() || !m_sourcePartial.empty() || !m_base) return 0;
+    unsigned factor = 0;
+    for (const Channel& ch : m_channels) {
+        if (ch.mode != Channel::Copy16 || ch.resampled || ch.trigger || ch.info.bits > 16 || !ch.samples) return 0;
+        const unsigned n = m_file.GetSamplesChannel(ch.source);
+        if (n == 0 || n % ch.samples != 0 || (factor && n / ch.samples != factor)) return 0;
+        factor = n / ch.samples;
+    }
+    const double nativeSeconds = double(kRecordSamples) / m_base;
+    return std::fabs(m_duration - factor * nativeSeconds) <= 1e-9 * m_duration ? factor : 0;
+}
+
+bool NativeCopier::CopyWholeRecords(CSigFile& target, unsigned factor, std::string& error) {
+    const double nativeSeconds = double(kRecordSamples) / m_base;
+    double previous = 0;
+    for (long r = m_first; r < m_end; ++r) {
+        if (!Read(r, error)) return false;
+        double start = SecondsBetween(m_origin, m_digital->GetTime());
+        if (r != m_first) {
+            const double follow = previous + m_duration;
+            if (std::fabs(start - follow) <= 1e-3 * m_duration + 1e-6 || start < follow) {
+                start = follow;
+            } else {
+                m_segmentStart = start;  // a gap: a new run begins
+                m_segmentRecords = 0;
+            }
+        }
+        previous = start;
+        for (unsigned q = 0; q < factor; ++q) {
+            for (size_t c = 0; c < m_channels.size(); ++c) {
+                const Channel& ch = m_channels[c];
+                const LONG* d = m_digital->GetAt(ch.source) + size_t(q) * ch.samples;
+                short* out = m_record->GetAt(unsigned(c));
+                for (unsigned k = 0; k < ch.samples; ++k) out[k] = short(std::clamp<LONG>(d[k], kAdMin, kAdMax));
+            }
+            const double at = m_segmentStart + double(m_segmentRecords) * nativeSeconds;
+            m_record->SetTime(m_origin + CSTimeSpan(at));
+            m_recordStarts.push_back(at);
+            ++m_segmentRecords;
+            target.MoveTo(long(m_recordStarts.size()) - 1);
+            if (!target.Write(m_record.get())) {
+                error = StrFormat(LoadResString(IDS_NATIVE_ERR_WRITE).c_str(), m_out.c_str(), target.GetIOError());
+                return false;
+            }
+        }
+        if (m_progress) {
+            m_progress->SetPos(ULONGLONG(r - m_first + 1));
+            if (m_progress->IsCancelled()) {
+                error = LoadResString(IDS_NATIVE_ERR_CANCELLED);
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
     m_record.reset(target.CreateCompatibleRawSigRec());
     m_file.GetPartialRecords(&m_sourcePartial);
@@ -547,6 +608,7 @@ bool NativeCopier::CopyRecords(CSigFile& target, std::string& error) {
     m_sourcePerRecord = sourceMontage && sourceMontage->GetNumRecordingMontages() > 0
                             ? sourceMontage->GetRecordingMontageAt(0)->GetSamplesRecord()
                             : 0;
+    if (const unsigned factor = WholeRecordFactor()) return CopyWholeRecords(target, factor, error);
     double previous = 0;
     for (long r = m_first; r < m_end; ++r) {
         if (!Read(r, error)) return false;
