@@ -578,7 +578,8 @@ bool NativeCopier::CopyWholeRecords(CSigFile& target, unsigned factor, std::stri
                 const Channel& ch = m_channels[c];
                 const LONG* d = m_digital->GetAt(ch.source) + size_t(q) * ch.samples;
                 short* out = m_record->GetAt(unsigned(c));
-                for (unsigned k = 0; k < ch.samples; ++k) out[k] = short(std::clamp<LONG>(d[k], kAdMin, kAdMax));
+                // Samples of at most 16 bits: narrowed as they are (a loop the compiler vectorises).
+                for (unsigned k = 0; k < ch.samples; ++k) out[k] = static_cast<short>(d[k]);
             }
             const double at = m_segmentStart + double(m_segmentRecords) * nativeSeconds;
             m_record->SetTime(m_origin + CSTimeSpan(at));
