@@ -31,9 +31,18 @@
 #include <vector>
 
 #include "platform/DateTime.h"
+#include "platform/Messages.h"
+#include "platform/Strings.h"
 #include "platform/Types.h"
+#include "platform/strings/EdfStrings.h"
 
 namespace edf {
+
+// A French text of the string table with its printf-style fields filled in.
+template <typename... Args>
+std::string EdfMsg(UINT id, Args... args) {
+    return StrFormat(LoadResString(id).c_str(), args...);
+}
 
 enum class EdfFormat { Edf, EdfPlus, Bdf, BdfPlus };
 

@@ -251,14 +251,14 @@ bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
     while (pos < bytes.size() && bytes[pos] != '\0') {
         size_t end = bytes.find('\0', pos);
         if (end == std::string::npos) {
-            error = "TAL sans octet nul final";
+            error = EdfMsg(IDS_EDF_T_NO_NUL);
             return false;
         }
         std::string tal = bytes.substr(pos, end - pos);
         pos = end + 1;
         size_t sep = tal.find('\x14');
         if (sep == std::string::npos) {
-            error = "TAL sans séparateur 0x14 après l'instant";
+            error = EdfMsg(IDS_EDF_T_NO_SEPARATOR);
             return false;
         }
         std::string times = tal.substr(0, sep);
@@ -271,19 +271,19 @@ bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
         EdfAnnotation a;
         if (onsetText.empty() || (onsetText[0] != '+' && onsetText[0] != '-') ||
             !ParseDecimal(onsetText, true, a.onset)) {
-            error = "instant de TAL illisible « " + TransliterateAscii(onsetText) + " »";
+            error = EdfMsg(IDS_EDF_T_ONSET, TransliterateAscii(onsetText).c_str());
             return false;
         }
         if (dsep != std::string::npos) {
             double d = 0;
             if (!ParseDecimal(durationText, false, d)) {
-                error = "durée de TAL illisible « " + TransliterateAscii(durationText) + " »";
+                error = EdfMsg(IDS_EDF_T_DURATION, TransliterateAscii(durationText).c_str());
                 return false;
             }
             a.duration = d;
         }
         if (tal.back() != '\x14') {
-            error = "TAL dont le dernier texte n'est pas terminé par 0x14";
+            error = EdfMsg(IDS_EDF_T_TEXT_END);
             return false;
         }
         // The texts between separators; the one after the last 0x14 is empty.
@@ -293,7 +293,7 @@ bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
             size_t e = tal.find('\x14', b);
             std::string t = tal.substr(b, e - b);
             if (t.find('\x15') != std::string::npos) {
-                error = "TAL dont un texte contient 0x15";
+                error = EdfMsg(IDS_EDF_T_TEXT_0X15);
                 return false;
             }
             texts.push_back(t);
@@ -302,7 +302,7 @@ bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
         size_t from = 0;
         if (first && timeKeeping) {
             if (texts.empty() || !texts[0].empty()) {
-                error = "la première TAL de l'enregistrement n'est pas la TAL de repère de temps";
+                error = EdfMsg(IDS_EDF_T_FIRST);
                 return false;
             }
             recordStart = a.onset;
@@ -318,7 +318,7 @@ bool ParseTals(const std::string& input, bool timeKeeping, double& recordStart,
         first = false;
     }
     if (first && timeKeeping) {
-        error = "enregistrement sans TAL de repère de temps";
+        error = EdfMsg(IDS_EDF_T_NONE);
         return false;
     }
     return true;

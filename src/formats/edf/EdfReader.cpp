@@ -110,7 +110,7 @@ bool EdfReader::Open(const std::string& path, std::string& error) {
     bool ok = ParseHeader(error) && ReadAnnotations(error);
     if (!ok) {
         Close();
-        error = "Fichier EDF/BDF invalide (" + path + ") : " + error;
+        error = EdfMsg(IDS_EDF_R_INVALID_FILE, path.c_str(), error.c_str());
     }
     return ok;
 }
@@ -118,12 +118,12 @@ bool EdfReader::Open(const std::string& path, std::string& error) {
 bool EdfReader::ParseHeader(std::string& error) {
     const ULONGLONG length = m_file->GetLength();
     if (length < 256) {
-        error = StrFormat("header : %llu octets, moins que les 256 octets de l'en-tête", ULL(length));
+        error = EdfMsg(IDS_EDF_R_SHORT_HEADER, ULL(length));
         return false;
     }
     std::string h(256, '\0');
     if (!ReadAt(0, h.data(), 256)) {
-        error = "header : lecture impossible";
+        error = EdfMsg(IDS_EDF_R_HEADER_READ);
         return false;
     }
     auto field = [&](size_t at, size_t width) { return h.substr(at, width); };
@@ -134,15 +134,15 @@ bool EdfReader::ParseHeader(std::string& error) {
     if (version == "0       ") bdf = false;
     else if (version == std::string("\xFF" "BIOSEMI")) bdf = true;
     else {
-        error = "version : " + Shown(version) + " n'est ni « 0 » (EDF) ni 0xFF « BIOSEMI » (BDF)";
+        error = EdfMsg(IDS_EDF_R_VERSION, Shown(version).c_str());
         return false;
     }
     if (!TextField(field(8, 80), hd.patientField)) {
-        error = "local patient identification : caractère de contrôle";
+        error = EdfMsg(IDS_EDF_R_PATIENT_CONTROL);
         return false;
     }
     if (!TextField(field(88, 80), hd.recordingField)) {
-        error = "local recording identification : caractère de contrôle";
+        error = EdfMsg(IDS_EDF_R_RECORDING_CONTROL);
         return false;
     }
     int day, month, yy, hour, minute, second;
@@ -155,22 +155,21 @@ bool EdfReader::ParseHeader(std::string& error) {
         // field of another shape means the header is not laid out as EDF.
         int a, b, c;
         if (!ThreeParts(field(168, 8), a, b, c)) {
-            error = "startdate of recording : " + Shown(field(168, 8)) + " n'est pas une date jj.mm.aa";
+            error = EdfMsg(IDS_EDF_R_STARTDATE, Shown(field(168, 8)).c_str());
             return false;
         }
         if (!ThreeParts(field(176, 8), a, b, c)) {
-            error = "starttime of recording : " + Shown(field(176, 8)) + " n'est pas une heure hh.mm.ss";
+            error = EdfMsg(IDS_EDF_R_STARTTIME, Shown(field(176, 8)).c_str());
             return false;
         }
-        m_notes.push_back("startdate / starttime of recording : " + Shown(field(168, 8)) + " " + Shown(field(176, 8)) +
-                          " n'est pas une date valide, lue comme le 01.01.85 à 00.00.00");
+        m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_BAD_DATE, Shown(field(168, 8)).c_str(), Shown(field(176, 8)).c_str()));
         day = month = 1;
         yy = 85;
         hour = minute = second = 0;
     }
     LONGLONG headerBytes = 0, records = 0, ns = 0;
     if (!ParseEdfInteger(field(184, 8), headerBytes)) {
-        error = "number of bytes in header record : " + Shown(field(184, 8)) + " n'est pas un nombre entier";
+        error = EdfMsg(IDS_EDF_R_HEADER_BYTES, Shown(field(184, 8)).c_str());
         return false;
     }
     const std::string reserved = field(192, 44);
@@ -178,7 +177,7 @@ bool EdfReader::ParseHeader(std::string& error) {
     hd.discontinuous = false;
     if (reserved.compare(0, 4, "EDF+") == 0 || reserved.compare(0, 4, "BDF+") == 0) {
         if (reserved[4] != 'C' && reserved[4] != 'D') {
-            error = "reserved : " + Shown(reserved) + " n'est ni « +C » ni « +D »";
+            error = EdfMsg(IDS_EDF_R_RESERVED, Shown(reserved).c_str());
             return false;
         }
         plus = true;
@@ -186,25 +185,23 @@ bool EdfReader::ParseHeader(std::string& error) {
     }
     hd.format = bdf ? (plus ? EdfFormat::BdfPlus : EdfFormat::Bdf) : (plus ? EdfFormat::EdfPlus : EdfFormat::Edf);
     if (!ParseEdfInteger(field(236, 8), records) || records < -1) {
-        error = "number of data records : " + Shown(field(236, 8)) + " n'est pas un nombre d'enregistrements";
+        error = EdfMsg(IDS_EDF_R_RECORDS, Shown(field(236, 8)).c_str());
         return false;
     }
     if (!ParseEdfNumber(field(244, 8), hd.recordDuration) || hd.recordDuration < 0) {
-        error = "duration of a data record : " + Shown(field(244, 8)) + " n'est pas une durée";
+        error = EdfMsg(IDS_EDF_R_DURATION, Shown(field(244, 8)).c_str());
         return false;
     }
     if (!ParseEdfInteger(field(252, 4), ns) || ns < 1) {
-        error = "number of signals : " + Shown(field(252, 4)) + " n'est pas un nombre de signaux";
+        error = EdfMsg(IDS_EDF_R_SIGNALS, Shown(field(252, 4)).c_str());
         return false;
     }
     if (headerBytes != 256 * (ns + 1)) {
-        error = StrFormat("number of bytes in header record : %lld au lieu de %lld pour %lld signaux", LL(headerBytes),
-                          LL(256 * (ns + 1)), LL(ns));
+        error = EdfMsg(IDS_EDF_R_HEADER_SIZE, LL(headerBytes), LL(256 * (ns + 1)), LL(ns));
         return false;
     }
     if (ULONGLONG(headerBytes) > length) {
-        error = StrFormat("number of bytes in header record : %lld, mais le fichier n'a que %llu octets",
-                          LL(headerBytes), ULL(length));
+        error = EdfMsg(IDS_EDF_R_HEADER_PAST_END, LL(headerBytes), ULL(length));
         return false;
     }
     m_headerBytes = size_t(headerBytes);
@@ -212,7 +209,7 @@ bool EdfReader::ParseHeader(std::string& error) {
     // Per-signal fields.
     std::string s(size_t(ns) * 256, '\0');
     if (!ReadAt(256, s.data(), s.size())) {
-        error = "header : lecture impossible";
+        error = EdfMsg(IDS_EDF_R_HEADER_READ);
         return false;
     }
     size_t at = 0;
@@ -233,53 +230,50 @@ bool EdfReader::ParseHeader(std::string& error) {
         EdfSignal sig;
         if (!TextField(labels[i], sig.label) || !TextField(transducers[i], sig.transducer) ||
             !TextField(units[i], sig.unit) || !TextField(prefilters[i], sig.prefilter)) {
-            error = "label, transducer type, physical dimension ou prefiltering" + which + " : caractère de contrôle";
+            error = EdfMsg(IDS_EDF_R_SIGNAL_CONTROL, which.c_str());
             return false;
         }
         Layout lay;
         lay.annotation = sig.label == "EDF Annotations" || sig.label == "BDF Annotations";
         if (lay.annotation && !plus && !plainAnnotationsNoted) {
-            m_notes.push_back(std::string("reserved : fichier ") + (bdf ? "BDF" : "EDF") + " sans « +C » ni « +D » mais "
-                              "avec un signal « " + sig.label + " », lu comme un signal d'annotations");
+            m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_PLAIN_ANNOTATIONS, bdf ? "BDF" : "EDF", sig.label.c_str()));
             plainAnnotationsNoted = true;
         }
         LONGLONG dmin = 0, dmax = 0, count = 0;
         if (!ParseEdfNumber(pmins[i], sig.physicalMin)) {
-            error = "physical minimum" + which + " : " + Shown(pmins[i]) + " n'est pas un nombre";
+            error = EdfMsg(IDS_EDF_R_PHYS_MIN, which.c_str(), Shown(pmins[i]).c_str());
             return false;
         }
         if (!ParseEdfNumber(pmaxs[i], sig.physicalMax)) {
-            error = "physical maximum" + which + " : " + Shown(pmaxs[i]) + " n'est pas un nombre";
+            error = EdfMsg(IDS_EDF_R_PHYS_MAX, which.c_str(), Shown(pmaxs[i]).c_str());
             return false;
         }
         if (!ParseEdfInteger(dmins[i], dmin) || dmin < kDigitalBound || dmin > -kDigitalBound) {
-            error = "digital minimum" + which + " : " + Shown(dmins[i]) + " n'est pas un nombre entier";
+            error = EdfMsg(IDS_EDF_R_DIG_MIN, which.c_str(), Shown(dmins[i]).c_str());
             return false;
         }
         if (!ParseEdfInteger(dmaxs[i], dmax) || dmax < kDigitalBound || dmax > -kDigitalBound) {
-            error = "digital maximum" + which + " : " + Shown(dmaxs[i]) + " n'est pas un nombre entier";
+            error = EdfMsg(IDS_EDF_R_DIG_MAX, which.c_str(), Shown(dmaxs[i]).c_str());
             return false;
         }
         // Samples are stored in 16 (24) bits whatever the header says: a
         // range beyond the format's limits (a digital maximum of 65534 for a
         // 16-bit sample, say) is read as written, samples as stored.
         if (dmin < limMin || dmax > limMax)
-            m_notes.push_back("digital minimum / maximum" + which + StrFormat(" : %lld / %lld, hors des limites %ld à %ld "
-                              "du format, les échantillons sont lus tels qu'ils sont stockés", LL(dmin), LL(dmax),
-                              long(limMin), long(limMax)));
+            m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_DIGITAL_LIMITS, which.c_str(), LL(dmin), LL(dmax), long(limMin),
+                                    long(limMax)));
         if (!lay.annotation) {
             if (dmin >= dmax) {
-                error = "digital maximum" + which + " : pas plus grand que le digital minimum";
+                error = EdfMsg(IDS_EDF_R_DIG_ORDER, which.c_str());
                 return false;
             }
             if (sig.physicalMin == sig.physicalMax) {
-                error = "physical maximum" + which + " : égal au physical minimum";
+                error = EdfMsg(IDS_EDF_R_PHYS_EQUAL, which.c_str());
                 return false;
             }
         }
         if (!ParseEdfInteger(counts[i], count) || count < 1 || count > kMaxSamplesPerRecord) {
-            error = "number of samples in each data record" + which + " : " + Shown(counts[i]) +
-                    " n'est pas un nombre d'échantillons valable";
+            error = EdfMsg(IDS_EDF_R_SAMPLES, which.c_str(), Shown(counts[i]).c_str());
             return false;
         }
         sig.digitalMin = LONG(dmin);
@@ -293,28 +287,25 @@ bool EdfReader::ParseHeader(std::string& error) {
         m_layout.push_back(lay);
     }
     if (plus && !timeKeepingFound) {
-        m_notes.push_back(std::string("label : aucun signal « ") + AnnotationLabel(hd.format) + " » dans un fichier " +
-                          (bdf ? "BDF+" : "EDF+") + ", lu comme un fichier continu sans annotations");
+        m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_NO_ANNOTATIONS, AnnotationLabel(hd.format), bdf ? "BDF+" : "EDF+"));
         hd.discontinuous = false;
     }
     m_annotationSignals = timeKeepingFound;
     if (hd.recordDuration == 0 && !m_signals.empty()) {
         // Samples need a duration: take one second, as the common readers do.
-        m_notes.push_back("duration of a data record : nulle alors que le fichier a des signaux, lue comme 1 s");
+        m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_ZERO_DURATION));
         hd.recordDuration = 1.0;
         m_durationAssumed = true;
     }
     const ULONGLONG data = length - m_headerBytes;
     if (recordBytes > data && records != 0) {
-        error = StrFormat("number of data records : le fichier n'a que %llu octets de données, un enregistrement "
-                          "en prend %llu", ULL(data), ULL(recordBytes));
+        error = EdfMsg(IDS_EDF_R_DATA_SHORT, ULL(data), ULL(recordBytes));
         return false;
     }
     if (records == -1) records = LONGLONG(data / recordBytes);
     else if (ULONGLONG(records) > data / recordBytes) {
         // A recording that was not closed: what is there is read.
-        m_notes.push_back(StrFormat("number of data records : %lld annoncés, les données n'en contiennent que %llu",
-                                    LL(records), ULL(data / recordBytes)));
+        m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_FEWER_RECORDS, LL(records), ULL(data / recordBytes)));
         records = LONGLONG(data / recordBytes);
     }
     hd.recordCount = records;
@@ -345,38 +336,35 @@ bool EdfReader::ReadAnnotations(std::string& error) {
             if (!lay.annotation) continue;
             bytes.resize(lay.bytes);
             if (!ReadAt(m_headerBytes + ULONGLONG(r) * m_recordBytes + lay.offset, bytes.data(), bytes.size())) {
-                error = StrFormat("enregistrement %lld : lecture impossible", LL(r));
+                error = EdfMsg(IDS_EDF_R_RECORD_READ, LL(r));
                 return false;
             }
             std::string why;
             bool repaired = false;
             if (!ParseTals(bytes, first, start, m_annotations, why, &repaired)) {
-                error = StrFormat("%s, enregistrement %lld : %s", AnnotationLabel(m_header.format), LL(r), why.c_str());
+                error = EdfMsg(IDS_EDF_R_TAL, AnnotationLabel(m_header.format), LL(r), why.c_str());
                 return false;
             }
             if (repaired && !m_talRepairNoted) {
-                m_notes.push_back(StrFormat("%s, enregistrement %lld : TAL de repère de temps sans octet nul final, "
-                                            "lue comme si elle l'avait", AnnotationLabel(m_header.format), LL(r)));
+                m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_TAL_REPAIRED, AnnotationLabel(m_header.format), LL(r)));
                 m_talRepairNoted = true;
             }
             first = false;
             if (m_annotations.size() > kMaxAnnotations) {
-                error = StrFormat("%s : plus de %zu annotations", AnnotationLabel(m_header.format), kMaxAnnotations);
+                error = EdfMsg(IDS_EDF_R_TOO_MANY_ANNOTATIONS, AnnotationLabel(m_header.format), kMaxAnnotations);
                 return false;
             }
         }
         if (r == 0) m_firstStart = start;
         else if (m_header.discontinuous && !m_durationAssumed && start < previous + duration - tolerance) {
-            error = StrFormat("%s, enregistrement %lld : commence à %.6f s, avant la fin du précédent",
-                              AnnotationLabel(m_header.format), LL(r), start);
+            error = EdfMsg(IDS_EDF_R_RECORD_OVERLAP, AnnotationLabel(m_header.format), LL(r), start);
             return false;
         } else if (!m_header.discontinuous && duration > 0 &&
                    std::fabs(start - (m_firstStart + r * duration)) > tolerance && !m_continuityNoted) {
             // A continuous file's records follow one another whatever their
             // time-keeping TALs say.
-            m_notes.push_back(StrFormat("%s, enregistrement %lld : commence à %.6f s au lieu de %.6f s dans un fichier "
-                                        "continu (+C) ; les enregistrements sont lus bout à bout",
-                                        AnnotationLabel(m_header.format), LL(r), start, m_firstStart + r * duration));
+            m_notes.push_back(EdfMsg(IDS_EDF_R_NOTE_CONTINUITY, AnnotationLabel(m_header.format), LL(r), start,
+                                    m_firstStart + r * duration));
             m_continuityNoted = true;
         }
         if (m_header.discontinuous) m_starts.push_back(start);
@@ -392,7 +380,7 @@ double EdfReader::RecordStart(LONGLONG index) const {
 
 const BYTE* EdfReader::RecordBytes(LONGLONG index, std::string& error) {
     if (!IsOpen() || index < 0 || index >= m_header.recordCount) {
-        error = StrFormat("enregistrement %lld : hors du fichier", LL(index));
+        error = EdfMsg(IDS_EDF_R_RECORD_OUTSIDE, LL(index));
         return nullptr;
     }
     if (index < m_bufferFirst || index >= m_bufferFirst + m_bufferRecords) {
@@ -403,7 +391,7 @@ const BYTE* EdfReader::RecordBytes(LONGLONG index, std::string& error) {
         m_buffer.resize(size_t(count) * m_recordBytes);
         m_bufferRecords = 0;
         if (!ReadAt(m_headerBytes + ULONGLONG(index) * m_recordBytes, m_buffer.data(), m_buffer.size())) {
-            error = StrFormat("enregistrement %lld : lecture impossible", LL(index));
+            error = EdfMsg(IDS_EDF_R_RECORD_READ, LL(index));
             return nullptr;
         }
         m_bufferFirst = index;

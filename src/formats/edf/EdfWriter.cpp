@@ -34,7 +34,7 @@ std::string Pad(const std::string& ascii, size_t width) {
 bool NumberField(double value, double scale, std::string& out, const std::string& what, std::string& error) {
     std::string text;
     if (!FormatEdfNumber(value, 8, text, scale)) {
-        error = StrFormat("%s : la valeur %.10g ne tient pas en 8 caractères", what.c_str(), value);
+        error = EdfMsg(IDS_EDF_W_NUMBER_WIDTH, what.c_str(), value);
         return false;
     }
     out += Pad(text, 8);
@@ -44,7 +44,7 @@ bool NumberField(double value, double scale, std::string& out, const std::string
 bool IntegerField(LONGLONG value, size_t width, std::string& out, const std::string& what, std::string& error) {
     std::string text = std::to_string(value);
     if (text.size() > width) {
-        error = StrFormat("%s : la valeur %lld ne tient pas en %zu caractères", what.c_str(), (long long)value, width);
+        error = EdfMsg(IDS_EDF_W_INTEGER_WIDTH, what.c_str(), (long long)value, width);
         return false;
     }
     out += Pad(text, width);
@@ -52,7 +52,7 @@ bool IntegerField(LONGLONG value, size_t width, std::string& out, const std::str
 }
 
 std::string SignalName(const EdfSignal& s, size_t index) {
-    return StrFormat("signal %zu « %s »", index + 1, s.label.c_str());
+    return EdfMsg(IDS_EDF_W_SIGNAL_NAME, index + 1, s.label.c_str());
 }
 
 // The start written in the header: whole seconds of the exact start.
@@ -70,17 +70,17 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
     const bool plus = IsPlus(f);
     const size_t ns = signals.size() + (plus ? 1 : 0);
     if (ns == 0) {
-        error = "number of signals : aucun signal à écrire";
+        error = EdfMsg(IDS_EDF_W_NO_SIGNAL);
         return false;
     }
     if (ns > 9999) {
-        error = StrFormat("number of signals : %zu signaux ne tiennent pas en 4 caractères", ns);
+        error = EdfMsg(IDS_EDF_W_TOO_MANY_SIGNALS, ns);
         return false;
     }
     int y, mo, d, h, mi, s, ms;
     header.start.GetParts(y, mo, d, h, mi, s, ms);
     if (y < 1985 || y > 2084) {
-        error = StrFormat("startdate : l'année %d sort de 1985 à 2084", y);
+        error = EdfMsg(IDS_EDF_W_YEAR, y);
         return false;
     }
     std::string out;
@@ -99,7 +99,7 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
         // Annotations only: records of no duration, as the standard allows.
         out += Pad("0", 8);
     } else if (!(header.recordDuration > 0)) {
-        error = StrFormat("duration of a data record : %.10g s n'est pas une durée positive", header.recordDuration);
+        error = EdfMsg(IDS_EDF_W_DURATION, header.recordDuration);
         return false;
     } else if (!NumberField(header.recordDuration, header.recordDuration * 1e-3, out, "duration of a data record",
                             error)) {
@@ -118,11 +118,11 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
         std::string label = EdfAsciiField(sig.label, 80);
         while (!label.empty() && label.back() == ' ') label.pop_back();
         if (label.size() > 16) {
-            error = "label : " + SignalName(sig, i) + " dépasse 16 caractères";
+            error = EdfMsg(IDS_EDF_W_LABEL_LONG, SignalName(sig, i).c_str());
             return false;
         }
         if (label == "EDF Annotations" || label == "BDF Annotations") {
-            error = "label : " + SignalName(sig, i) + " est réservé au signal d'annotations";
+            error = EdfMsg(IDS_EDF_W_LABEL_RESERVED, SignalName(sig, i).c_str());
             return false;
         }
         out += Pad(label, 16);
@@ -136,7 +136,7 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
         std::string unit = EdfAsciiField(sig.unit, 80);
         while (!unit.empty() && unit.back() == ' ') unit.pop_back();
         if (unit.size() > 8) {
-            error = "physical dimension : l'unité de " + SignalName(sig, i) + " dépasse 8 caractères";
+            error = EdfMsg(IDS_EDF_W_UNIT_LONG, SignalName(sig, i).c_str());
             return false;
         }
         out += Pad(unit, 8);
@@ -148,7 +148,7 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
         ok = each([&](const EdfSignal& sig, size_t i) {
             double range = std::fabs(sig.physicalMax - sig.physicalMin);
             if (!(range > 0)) {
-                error = "physical minimum : " + SignalName(sig, i) + " a un minimum égal à son maximum";
+                error = EdfMsg(IDS_EDF_W_PHYS_EQUAL, SignalName(sig, i).c_str());
                 return false;
             }
             return pass == 0 ? NumberField(sig.physicalMin, range, out, "physical minimum : " + SignalName(sig, i), error)
@@ -161,7 +161,7 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
         ok = each([&](const EdfSignal& sig, size_t i) {
             if (sig.digitalMin >= sig.digitalMax || sig.digitalMin < DigitalLimitMin(f) ||
                 sig.digitalMax > DigitalLimitMax(f)) {
-                error = StrFormat("%s : %s a les limites %ld à %ld, hors de %ld à %ld",
+                error = EdfMsg(IDS_EDF_W_DIGITAL_LIMITS,
                                   pass == 0 ? "digital minimum" : "digital maximum", SignalName(sig, i).c_str(),
                                   long(sig.digitalMin), long(sig.digitalMax), long(DigitalLimitMin(f)),
                                   long(DigitalLimitMax(f)));
@@ -177,7 +177,7 @@ bool BuildEdfHeader(const EdfHeader& header, const std::vector<EdfSignal>& signa
     if (plus) out += Pad("", 80);
     ok = each([&](const EdfSignal& sig, size_t i) {
         if (sig.samplesPerRecord < 1) {
-            error = "number of samples in each data record : " + SignalName(sig, i) + " n'en a aucun";
+            error = EdfMsg(IDS_EDF_W_NO_SAMPLES, SignalName(sig, i).c_str());
             return false;
         }
         return IntegerField(sig.samplesPerRecord, 8, out, "number of samples in each data record", error);
@@ -225,7 +225,7 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
     if (IsPlus(m_format)) {
         size_t room = annotationBytes ? annotationBytes : kTimeKeepingRoom;
         if (room > (size_t(1) << 24)) {
-            error = "number of samples in each data record : les annotations d'un enregistrement dépassent 16 Mio";
+            error = EdfMsg(IDS_EDF_W_ANNOTATIONS_BIG);
             return false;
         }
         m_annotationSamples = int((room + SampleBytes(m_format) - 1) / SampleBytes(m_format));
@@ -240,7 +240,7 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
     for (const EdfSignal& s : signals) samples += unsigned(s.samplesPerRecord);
     m_recordBytes = size_t(samples * SampleBytes(m_format));
     if (samples > (1ull << 26)) {
-        error = "number of samples in each data record : un enregistrement dépasse 64 Mi échantillons";
+        error = EdfMsg(IDS_EDF_W_RECORD_BIG);
         return false;
     }
     // Room for a block: the first record taking it to kBlockBytes or more
@@ -256,7 +256,7 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
         long code = ErrnoToSystemError(errno);
         std::string text;
         GetSystemErrorText(code, text);
-        error = "Impossible de créer " + path + " : " + text;
+        error = EdfMsg(IDS_EDF_W_CREATE, path.c_str(), text.c_str());
         return false;
     }
     ::fchmod(fd, 0644);  // mkstemp makes it private; an export is an ordinary file
@@ -276,24 +276,24 @@ bool EdfWriter::Open(const std::string& path, const EdfHeader& header, const std
     return true;
 }
 
-std::string EdfWriter::Where() const { return StrFormat("enregistrement %lld : ", (long long)m_records); }
+std::string EdfWriter::Where() const { return EdfMsg(IDS_EDF_W_RECORD, (long long)m_records); }
 
 bool EdfWriter::BeginRecord(double start, size_t signalCount, const std::vector<EdfAnnotation>& annotations,
                             bool& follows, std::string& error) {
     if (!IsOpen()) {
-        error = "Aucun fichier EDF n'est ouvert en écriture";
+        error = EdfMsg(IDS_EDF_W_NOT_OPEN);
         return false;
     }
-    if (!std::isfinite(start) || start < 0) return Fail(error, Where() + "début négatif ou invalide");
+    if (!std::isfinite(start) || start < 0) return Fail(error, Where() + EdfMsg(IDS_EDF_W_START));
     follows = std::fabs(start - (m_records == 0 ? 0.0 : m_lastStart + m_duration)) <= 1e-6 * m_duration;
     if (m_records > 0 && start < m_lastStart + m_duration - 1e-6 * m_duration)
-        return Fail(error, Where() + "commence avant la fin du précédent");
+        return Fail(error, Where() + EdfMsg(IDS_EDF_W_OVERLAP));
     if (!follows && !IsPlus(m_format))
-        return Fail(error, Where() + "ne suit pas le précédent, ce qu'un fichier EDF ou BDF simple ne peut dire");
+        return Fail(error, Where() + EdfMsg(IDS_EDF_W_GAP_PLAIN));
     if (!annotations.empty() && !IsPlus(m_format))
-        return Fail(error, Where() + "un fichier EDF ou BDF simple ne porte pas d'annotations");
+        return Fail(error, Where() + EdfMsg(IDS_EDF_W_ANNOTATIONS_PLAIN));
     if (signalCount != m_signals.size())
-        return Fail(error, Where() + StrFormat("%zu signaux au lieu de %zu", signalCount, m_signals.size()));
+        return Fail(error, Where() + EdfMsg(IDS_EDF_W_SIGNAL_COUNT, signalCount, m_signals.size()));
     // The record goes at the end of the output block, which is written out
     // once it holds enough records.
     m_recordAt = m_blockUsed;
@@ -306,7 +306,7 @@ bool EdfWriter::PackSignal(size_t i, const Sample* v, size_t n, BYTE*& p, std::s
     const EdfSignal& sig = m_signals[i];
     if (n != size_t(sig.samplesPerRecord))
         return Fail(error, Where() + SignalName(sig, i) +
-                               StrFormat(" : %zu échantillons au lieu de %d", n, sig.samplesPerRecord));
+                               EdfMsg(IDS_EDF_W_SAMPLE_COUNT, n, sig.samplesPerRecord));
     // 16-bit samples need no check against limits that hold every one.
     if (sizeof(Sample) > 2 || sig.digitalMin > -32768 || sig.digitalMax < 32767) {
         bool inRange = true;
@@ -314,7 +314,7 @@ bool EdfWriter::PackSignal(size_t i, const Sample* v, size_t n, BYTE*& p, std::s
         if (!inRange) {
             LONG bad = LONG(*std::find_if(v, v + n, [&](Sample x) { return x < sig.digitalMin || x > sig.digitalMax; }));
             return Fail(error, Where() + SignalName(sig, i) +
-                                   StrFormat(" : l'échantillon %ld sort des limites %ld à %ld", long(bad),
+                                   EdfMsg(IDS_EDF_W_SAMPLE_LIMITS, long(bad),
                                              long(sig.digitalMin), long(sig.digitalMax)));
         }
     }
@@ -382,12 +382,12 @@ bool EdfWriter::FinishRecord(double start, bool follows, const std::vector<EdfAn
         std::string tals = BuildTimeKeepingTal(start + m_offset);
         for (const EdfAnnotation& a : annotations) {
             if (!std::isfinite(a.onset) || (a.duration && !(*a.duration >= 0 && std::isfinite(*a.duration))))
-                return Fail(error, Where() + "l'annotation « " + a.text + " » a un instant ou une durée invalide");
+                return Fail(error, Where() + EdfMsg(IDS_EDF_W_ANNOTATION_TIME, a.text.c_str()));
             tals += BuildTal(a.onset + m_offset, a.duration, &a.text);
         }
         size_t room = size_t(m_annotationSamples) * width;
         if (tals.size() > room)
-            return Fail(error, Where() + StrFormat("les annotations prennent %zu octets, le signal d'annotations en a %zu",
+            return Fail(error, Where() + EdfMsg(IDS_EDF_W_ANNOTATION_ROOM,
                                                    tals.size(), room));
         std::copy(tals.begin(), tals.end(), p);
         std::fill(p + tals.size(), p + room, BYTE(0));
@@ -416,10 +416,10 @@ bool EdfWriter::WriteBlock(std::string& error) {
 
 bool EdfWriter::Close(std::string& error) {
     if (!IsOpen()) {
-        error = "Aucun fichier EDF n'est ouvert en écriture";
+        error = EdfMsg(IDS_EDF_W_NOT_OPEN);
         return false;
     }
-    if (m_records > 99999999) return Fail(error, "number of data records : plus de 99999999 enregistrements");
+    if (m_records > 99999999) return Fail(error, EdfMsg(IDS_EDF_W_TOO_MANY_RECORDS));
     if (!WriteBlock(error)) return false;
     try {
         std::string count = Pad(std::to_string(m_records), 8);
