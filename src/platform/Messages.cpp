@@ -8,6 +8,7 @@
 #include "platform/strings/NativeStrings.h"
 #include "platform/strings/NkStrings.h"
 #include "platform/strings/RegistryStrings.h"
+#include "platform/strings/StatusStrings.h"
 
 namespace {
 const std::map<UINT, std::string>& StringTable() {
@@ -49,6 +50,7 @@ const std::map<UINT, std::string>& StringTable() {
 #include "platform/strings/EdfStrings.inc"
 #include "platform/strings/NativeStrings.inc"
 #include "platform/strings/NkStrings.inc"
+#include "platform/strings/StatusStrings.inc"
     };
     return table;
 }

@@ -12,6 +12,7 @@
 #include "montage/mtgs.h"
 #include "platform/Messages.h"
 #include "platform/Strings.h"
+#include "platform/strings/StatusStrings.h"
 #include "recording/FileHeader.h"
 #include "recording/calib.h"
 #include "sigfile/FormatDriver.h"
@@ -221,37 +222,37 @@ int ValidateStatusItems(CSigFile* file, CStringArray* findings) {
     const long long perRecord = rec0 && rec0->GetSamplesRecord() ? rec0->GetSamplesRecord() : file->GetSamplesRecord();
     const long long totalSamples = static_cast<long long>(file->GetNumRecords()) * perRecord;
     int problems = 0;
-    auto report = [&](unsigned index, const CStatusItem* item, const char* what) {
+    auto report = [&](unsigned index, const CStatusItem* item, UINT what) {
         ++problems;
         if (findings)
-            findings->Add(StrFormat("Événement %u (%s, échantillons %d à %d) : %s", index, item->GetName().c_str(),
+            findings->Add(StrFormat(LoadResString(IDS_STS_FINDING).c_str(), index, item->GetName().c_str(),
                                     static_cast<int>(item->GetBeginSample()), static_cast<int>(item->GetEndSample()),
-                                    what));
+                                    LoadResString(what).c_str()));
     };
     for (unsigned i = 0; i < file->GetNumStatusItems(); ++i) {
         const CStatusItem* item = file->GetStatusItemAt(i);
         if (!item) continue;
         const CStatusGroup* group = item->GetGroup();
         if (!group || !groups.count(group)) {
-            report(i, item, "groupe inconnu");
+            report(i, item, IDS_STS_UNKNOWN_GROUP);
             continue;
         }
         const long long begin = item->GetBeginSample(), end = item->GetEndSample();
-        if (begin > end) report(i, item, "fin avant le début (échantillons)");
-        if (item->GetEndTime() < item->GetBeginTime()) report(i, item, "fin avant le début (temps)");
-        if (group->GetGroupType() == 0 && begin != end) report(i, item, "une discontinuité doit être ponctuelle");
+        if (begin > end) report(i, item, IDS_STS_END_BEFORE_BEGIN_SAMPLES);
+        if (item->GetEndTime() < item->GetBeginTime()) report(i, item, IDS_STS_END_BEFORE_BEGIN_TIME);
+        if (group->GetGroupType() == 0 && begin != end) report(i, item, IDS_STS_DISCONTINUITY_SPAN);
         if ((group->GetGroupType() == 1 || group->GetGroupType() == 4) && end <= begin)
-            report(i, item, "section ou stade sans durée");
+            report(i, item, IDS_STS_SECTION_EMPTY);
         if (EqualsNoCase(group->GetGroupID(), groupid::kOffRecordingNotes)) continue;
         if (frequency > 0.0) {
             double bySamples = static_cast<double>(end - begin) / frequency;
             double byTime = (item->GetEndTime() - item->GetBeginTime()).GetTotalSeconds();
             if (std::fabs(bySamples - byTime) > 1.0 + 1.0 / frequency)
-                report(i, item, "durées en échantillons et en temps différentes");
+                report(i, item, IDS_STS_DURATIONS_DIFFER);
         }
         // (a recording without channels or records holds events only: they have no records to lie in)
         const bool eventsOnly = file->GetNumChannels() == 0 && file->GetNumRecords() == 0;
-        if (!eventsOnly && (begin < 0 || end > totalSamples)) report(i, item, "hors de l'enregistrement");
+        if (!eventsOnly && (begin < 0 || end > totalSamples)) report(i, item, IDS_STS_OUTSIDE);
     }
     return problems == 0 ? 1 : 0;
 }
@@ -265,7 +266,7 @@ int ValidateStatusItems(CSigFile* file) {
         const int shown = std::min(findings.GetSize(), 20);
         for (int i = 0; i < shown; ++i) text += findings[i] + "\n";
         if (findings.GetSize() > shown)
-            text += StrFormat("... et %d autres incohérences", findings.GetSize() - shown);
+            text += StrFormat(LoadResString(IDS_STS_MORE).c_str(), findings.GetSize() - shown);
         AfxMessageBox(text);
     }
     return ok;
