@@ -8,6 +8,7 @@
 #include "platform/strings/NativeStrings.h"
 #include "platform/strings/NkStrings.h"
 #include "platform/strings/RegistryStrings.h"
+#include "platform/strings/SourceStrings.h"
 #include "platform/strings/StatusStrings.h"
 
 namespace {
@@ -51,6 +52,7 @@ const std::map<UINT, std::string>& StringTable() {
 #include "platform/strings/NativeStrings.inc"
 #include "platform/strings/NkStrings.inc"
 #include "platform/strings/StatusStrings.inc"
+#include "platform/strings/SourceStrings.inc"
     };
     return table;
 }

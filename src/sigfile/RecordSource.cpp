@@ -2,7 +2,9 @@
 
 #include "formula/RFMT.h"
 #include "montage/mtgs.h"
+#include "platform/Messages.h"
 #include "platform/Strings.h"
+#include "platform/strings/SourceStrings.h"
 #include "sigfile/SIGFILE.h"
 
 // ---------------------------------------------------------------------------
@@ -133,7 +135,7 @@ bool CComputedMontage::Choose(const CSigFile& file, const std::string& montage, 
     if (!montage.empty() && !(rec0 && EqualsNoCase(montage, rec0->GetMontageName()))) {
         named = rec0 ? rec0->GetReformatedMontage(montage.c_str()) : nullptr;
         if (!named) {
-            error = "Montage inconnu : " + montage;
+            error = StrFormat(LoadResString(IDS_SRC_UNKNOWN_MONTAGE).c_str(), montage.c_str());
             return false;
         }
     }
@@ -142,7 +144,7 @@ bool CComputedMontage::Choose(const CSigFile& file, const std::string& montage, 
         return true;
     }
     if (!rec0) {
-        error = "Aucun montage d'enregistrement : --derive ne peut calculer de canal";
+        error = LoadResString(IDS_SRC_NO_RECORDING_MONTAGE);
         return false;
     }
     // A montage of the command's own, over recording montage 0; the file's
@@ -152,12 +154,12 @@ bool CComputedMontage::Choose(const CSigFile& file, const std::string& montage, 
     for (const std::string& d : derives) {
         const size_t eq = d.find('=');
         if (eq == std::string::npos || eq == 0 || eq + 1 == d.size()) {
-            error = "--derive : « " + d + " » n'est pas de la forme LIBELLÉ=FORMULE";
+            error = StrFormat(LoadResString(IDS_SRC_DERIVE_FORM).c_str(), d.c_str());
             return false;
         }
         const std::string label = d.substr(0, eq), formula = d.substr(eq + 1);
         if (!m_owned->AddChannel(label.c_str(), formula.c_str(), 0)) {
-            error = "--derive : impossible de calculer « " + label + " » = " + formula;
+            error = StrFormat(LoadResString(IDS_SRC_DERIVE_FORMULA).c_str(), label.c_str(), formula.c_str());
             return false;
         }
     }

@@ -438,7 +438,7 @@ bool EdfWriter::Close(std::string& error) {
     if (!MoveFileReplace(m_tempPath, m_path)) {
         std::string text;
         GetSystemErrorText(GetLastError(), text);
-        return Fail(error, "Impossible de remplacer " + m_path + " : " + text);
+        return Fail(error, EdfMsg(IDS_EDF_W_REPLACE, m_path.c_str(), text.c_str()));
     }
     m_tempPath.clear();
     return true;

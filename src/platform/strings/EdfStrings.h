@@ -96,5 +96,6 @@ enum : UINT {
     IDS_EDF_T_TEXT_0X15 = 30190,
     IDS_EDF_T_FIRST = 30191,
     IDS_EDF_T_NONE = 30192,
+    IDS_EDF_W_REPLACE = 30193,
 };
 #pragma GCC visibility pop
