@@ -151,7 +151,7 @@ class Recording:
         for ch in channels:
             if isinstance(ch, (int, _np.integer)):
                 if not 0 <= int(ch) < len(table):
-                    raise _error(f"Canal inconnu : {ch}")
+                    raise _error(_core.messages["unknown_channel"] % ch)
                 picked.append(int(ch))
                 continue
             found = [i for i, t in enumerate(table) if t["label"].lower() == str(ch).lower()]
@@ -161,7 +161,7 @@ class Recording:
                 found = [i for i, t in enumerate(table) if t["label"].split("-")[0].lower() == str(ch).lower()]
                 found = found if len(found) == 1 else []
             if not found:
-                raise _error(f"Canal inconnu : {ch}")
+                raise _error(_core.messages["unknown_channel"] % ch)
             picked.append(found[0])
         return picked, table
 
@@ -176,7 +176,7 @@ class Recording:
         given: each rate group is then resampled to it.
         """
         if self.closed:
-            raise _error("Enregistrement fermé : " + self.path, 6)
+            raise _error(_core.messages["closed"] % self.path, 6)
         picked, table = self._select(channels, montage)
         if unit not in ("V", "uV", "\u00b5V", "native"):
             raise ValueError(f"unit must be 'V', 'uV' or 'native', not {unit!r}")
@@ -186,8 +186,7 @@ class Recording:
         if len(rates) > 1 and sfreq is None:
             groups = ", ".join(f"{r:g} Hz: " + " ".join(table[i]["label"] for i in picked if table[i]["frequency"] == r)
                                for r in rates)
-            raise _error("Canaux de fréquences différentes (" + groups + ") : lisez-les par fréquence "
-                        "ou demandez un rééchantillonnage (sfreq=...)")
+            raise _error(_core.messages["mixed_rates"] % groups)
         groups = self._read_groups(picked, table, start, stop, montage)
         if len(groups) == 1 and (sfreq is None or _math.isclose(sfreq, rates[0])):
             data = groups[0][1]
@@ -211,7 +210,7 @@ class Recording:
         Returns ``{sfreq: (labels, array)}``, each array channels x samples as :meth:`read` gives it.
         """
         if self.closed:
-            raise _error("Enregistrement fermé : " + self.path, 6)
+            raise _error(_core.messages["closed"] % self.path, 6)
         picked, table = self._select(channels, montage)
         result = {}
         for rows, block, rate in self._read_groups(picked, table, start, stop, montage):
@@ -232,8 +231,7 @@ class Recording:
             first = 0 if start is None else int(round(float(start) * f))
             end = total if stop is None else int(round(float(stop) * f))
             if first < 0 or end > total or first > end:
-                raise _error(f"Intervalle hors de l'enregistrement : {start} à {stop} s "
-                             f"(l'enregistrement dure {total / f:g} s)")
+                raise _error(_core.messages["time_range"] % (start, stop, f"{total / f:g}"))
             requests.append((rows, first, end - first))
             rows_of.append(rows)
         arrays = self._core.read_groups(requests, False, montage or "")

@@ -46,10 +46,10 @@ CPatientInfo MakePatient(const std::map<std::string, std::string>& fields) {
         else if (key == "sex") p.SetSex(value == "M" || value == "1" ? 1 : value == "F" || value == "2" ? 2 : 0);
         else if (key == "birth_date") {
             CSDateTime date;
-            if (!CSDateTime::FromText(value, date)) Refuse("Date de naissance invalide : " + value);
+            if (!CSDateTime::FromText(value, date)) Refuse(Text(IDS_PY_BIRTH_DATE, value.c_str()));
             p.SetBirthDate(date);
         } else {
-            Refuse("Champ de patient inconnu : " + key);
+            Refuse(Text(IDS_PY_PATIENT_FIELD, key.c_str()));
         }
     }
     return p;
@@ -86,35 +86,33 @@ const CStatusGroup* GroupFor(CSigFile& file, const std::string& kind) {
 
 void CreateRecording(const CreateRequest& rq) {
     const size_t n = rq.data.size();
-    if (n == 0) Refuse("Aucun canal à écrire");
-    if (n > kMaxMontageChannels) Refuse(StrFormat("Trop de canaux : %zu (au plus %u)", n, kMaxMontageChannels));
+    if (n == 0) Refuse(Text(IDS_PY_NO_CHANNEL));
+    if (n > kMaxMontageChannels) Refuse(Text(IDS_PY_TOO_MANY_CHANNELS, n, kMaxMontageChannels));
     if (rq.rates.size() != n || rq.labels.size() != n || rq.units.size() != n || rq.types.size() != n)
-        Refuse("Il faut une fréquence, un libellé, une unité et un type par canal");
+        Refuse(Text(IDS_PY_ONE_PER_CHANNEL));
     CSDateTime start;
-    if (!CSDateTime::FromText(rq.start, start)) Refuse("Date de début invalide : " + rq.start);
+    if (!CSDateTime::FromText(rq.start, start)) Refuse(Text(IDS_PY_START, rq.start.c_str()));
 
     // Rates: whole numbers sharing 64-sample records of the fastest.
     std::vector<unsigned> rates(n), perRecord(n);
     for (size_t c = 0; c < n; ++c) {
         const double f = rq.rates[c];
         if (!(f >= 1.0) || f > 65535.0 || std::fabs(f - std::round(f)) > 1e-9)
-            Refuse(StrFormat("%s : fréquence %g Hz : un enregistrement natif veut des fréquences entières "
-                             "(rééchantillonnez d'abord)", rq.labels[c].c_str(), f));
+            Refuse(Text(IDS_PY_WHOLE_RATES, rq.labels[c].c_str(), f));
         rates[c] = static_cast<unsigned>(std::lround(f));
     }
     const unsigned base = *std::max_element(rates.begin(), rates.end());
     long long records = 0;
     for (size_t c = 0; c < n; ++c) {
         if ((static_cast<unsigned long long>(kRecordSamples) * rates[c]) % base != 0)
-            Refuse(StrFormat("%s : %u Hz ne tient pas un nombre entier d'échantillons dans un enregistrement de "
-                             "%u échantillons à %u Hz", rq.labels[c].c_str(), rates[c], kRecordSamples, base));
+            Refuse(Text(IDS_PY_RATE_SHARE, rq.labels[c].c_str(), rates[c], kRecordSamples, base));
         perRecord[c] = static_cast<unsigned>(static_cast<unsigned long long>(kRecordSamples) * rates[c] / base);
-        if (rq.data[c].empty()) Refuse(rq.labels[c] + " : aucun échantillon");
+        if (rq.data[c].empty()) Refuse(Text(IDS_PY_NO_SAMPLE, rq.labels[c].c_str()));
         for (float v : rq.data[c])
-            if (!std::isfinite(v)) Refuse(rq.labels[c] + " : valeur non finie");
+            if (!std::isfinite(v)) Refuse(Text(IDS_PY_NOT_FINITE, rq.labels[c].c_str()));
         records = std::max<long long>(records, (static_cast<long long>(rq.data[c].size()) + perRecord[c] - 1) / perRecord[c]);
     }
-    if (records > 0x7FFFFFFF / static_cast<long long>(kRecordSamples)) Refuse("Enregistrement trop long");
+    if (records > 0x7FFFFFFF / static_cast<long long>(kRecordSamples)) Refuse(Text(IDS_PY_TOO_LONG));
 
     // Montage and calibration.
     const std::vector<std::string> electrodes = ElectrodeNames(rq.labels);
@@ -129,7 +127,7 @@ void CreateRecording(const CreateRequest& rq) {
             physical.AddElectrode(elec, standard ? CPhysicalMontage::GetStdElecPosition(elec) : CPolar3D());
         double factor = 1.0;
         unsigned unit = rq.units[c].empty() ? 3 : edf::UnitCodeOfText(rq.units[c], factor);
-        if (!unit || factor != 1.0) Refuse(rq.labels[c] + " : unité inconnue : " + rq.units[c]);
+        if (!unit || factor != 1.0) Refuse(Text(IDS_PY_UNIT, rq.labels[c].c_str(), rq.units[c].c_str()));
         unsigned type = edf::TypeCodeOfText(rq.types[c]);
         if (!type) type = standard ? CPhysicalMontage::GetStdElecTypeCode(elec) : 1;
         rec->AppendChannelConfirmed(elec, "", type, unit, rates[c], 0, 0, "");
@@ -180,7 +178,7 @@ void CreateRecording(const CreateRequest& rq) {
     }
     for (const CreateEvent& e : rq.events) {
         if (!std::isfinite(e.onset) || !std::isfinite(e.duration) || e.duration < 0)
-            Refuse("Événement invalide : " + e.description);
+            Refuse(Text(IDS_PY_EVENT, e.description.c_str()));
         const CStatusGroup* group = GroupFor(*file, e.kind);
         const LONG b = LONG(std::llround(e.onset * base)), end = LONG(std::llround((e.onset + e.duration) * base));
         file->AddStatusItem(new CStatusItem(group, b, start + CSTimeSpan(e.onset), std::max(b, end),

@@ -56,7 +56,7 @@ std::vector<std::string> RunCopy(const std::string& out, const std::function<int
     if (!ok) {
         const std::string shown = TakeCapturedMessages();
         throw LibraryError{GetLastError() ? GetLastError() : ERROR_WRITE_FAULT,
-                           error.empty() ? (shown.empty() ? out + " : échec de l'écriture" : shown) : error};
+                           error.empty() ? (shown.empty() ? Text(IDS_PY_WRITE_FAILED, out.c_str()) : shown) : error};
     }
     return {};
 }
@@ -65,17 +65,16 @@ std::vector<std::string> RunCopy(const std::string& out, const std::function<int
 // bin (the library's FFT, tapered and scaled), shape channels x epochs x bins.
 py::array_t<float> Spectra(py::array_t<float, py::array::c_style | py::array::forcecast> data, double rate,
                            double epoch, unsigned taper, unsigned detrend) {
-    if (data.ndim() != 2) throw LibraryError{ERROR_INVALID_PARAMETER, "Il faut un tableau canaux x échantillons"};
+    if (data.ndim() != 2) throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_ARRAY_SHAPE)};
     const size_t channels = size_t(data.shape(0)), samples = size_t(data.shape(1));
     if (channels == 0 || channels > size_t(CFftFactory::kMaxChannels))
-        throw LibraryError{ERROR_INVALID_PARAMETER, "Entre 1 et 128 canaux par calcul de spectre"};
+        throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_SPECTRUM_CHANNELS)};
     if (rate < 1 || rate > double(CFftFactory::kMaxFrequency) || rate != double(long(rate)) || taper > 4 || detrend > 2)
-        throw LibraryError{ERROR_INVALID_PARAMETER, "Fréquence ou option de spectre invalide"};
+        throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_SPECTRUM_OPTION)};
     CFftFactory factory(epoch, WORD(detrend), WORD(taper));
     for (size_t c = 0; c < channels; ++c)
         if (!factory.AddChannel(WORD(c), WORD(rate)))
-            throw LibraryError{ERROR_INVALID_PARAMETER,
-                               "La fréquence x la durée de l'époque doit être une puissance de deux (au moins 4 points)"};
+            throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_FFT_LENGTH)};
     const unsigned length = factory.GetFftLen(0);
     const size_t epochs = samples / length;
     std::unique_ptr<CFftRec> fft(factory.CreateCompatibleFftRec());
@@ -88,7 +87,7 @@ py::array_t<float> Spectra(py::array_t<float, py::array::c_style | py::array::fo
     for (size_t e = 0; e < epochs; ++e) {
         for (size_t c = 0; c < channels; ++c)
             std::copy(in + c * samples + e * length, in + c * samples + (e + 1) * length, record.GetAt(unsigned(c)));
-        if (!factory.Transform(0.0, records, 1, *fft)) throw LibraryError{ERROR_GEN_FAILURE, "Échec de la FFT"};
+        if (!factory.Transform(0.0, records, 1, *fft)) throw LibraryError{ERROR_GEN_FAILURE, Text(IDS_PY_FFT_FAILED)};
         for (size_t c = 0; c < channels; ++c) {
             const CComplex* values = fft->GetAt(unsigned(c));
             for (unsigned b = 0; b < bins; ++b) o[(c * epochs + e) * bins + b] = values[b].Power();
@@ -100,7 +99,7 @@ py::array_t<float> Spectra(py::array_t<float, py::array::c_style | py::array::fo
 py::array_t<float> Resample(py::array_t<float, py::array::c_style | py::array::forcecast> data, double inRate,
                             double outRate) {
     if (data.ndim() != 2 || !(inRate > 0) || !(outRate > 0))
-        throw LibraryError{ERROR_INVALID_PARAMETER, "Rééchantillonnage : arguments invalides"};
+        throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_RESAMPLE)};
     const size_t channels = size_t(data.shape(0)), samples = size_t(data.shape(1));
     const size_t outSamples = size_t(std::ceil(double(samples) * outRate / inRate - 1e-9));
     py::array_t<float> out({py::ssize_t(channels), py::ssize_t(outSamples)});
@@ -192,6 +191,14 @@ PYBIND11_MODULE(_core, m) {
         py::gil_scoped_release unlocked;
         CreateRecording(rq);
     });
+
+    // Texts the Python layer raises itself, by name.
+    py::dict messages;
+    messages["unknown_channel"] = LoadResString(IDS_PY_UNKNOWN_CHANNEL);
+    messages["closed"] = LoadResString(IDS_PY_CLOSED);
+    messages["mixed_rates"] = LoadResString(IDS_PY_MIXED_RATES);
+    messages["time_range"] = LoadResString(IDS_PY_TIME_RANGE);
+    m.attr("messages") = messages;
 
     m.def("format_of", [](const std::string& path) {
         const unsigned f = GetSigFileFormat(path.c_str());

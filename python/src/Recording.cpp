@@ -48,7 +48,7 @@ void ThrowFileError(const std::string& name, long code) {
     TakeCapturedMessages();
     if (code != -1) CSigFile::ErrorMessageBox(name.c_str(), code ? code : ERROR_GEN_FAILURE);
     std::string text = TakeCapturedMessages();
-    if (text.empty()) text = name + " : erreur " + std::to_string(code);
+    if (text.empty()) text = Text(IDS_PY_ERROR_CODE, name.c_str(), code);
     throw LibraryError{code, text};
 }
 
@@ -65,7 +65,7 @@ Recording::~Recording() = default;
 void Recording::Close() { m_file.reset(); }
 
 CSigFile& Recording::File() const {
-    if (!m_file) throw LibraryError{ERROR_INVALID_HANDLE, "Enregistrement fermé : " + m_path};
+    if (!m_file) throw LibraryError{ERROR_INVALID_HANDLE, Text(IDS_PY_CLOSED, m_path.c_str())};
     return *m_file;
 }
 
@@ -99,7 +99,7 @@ std::vector<ChannelSpec> Recording::Channels(const std::string& montage) const {
         if (!computed.Choose(file, montage, {}, error) || !computed.Get()) throw LibraryError{ERROR_INVALID_PARAMETER, error};
         CDerivedSource source(file, computed.Get());
         if (!source.Compile(&error))
-            throw LibraryError{ERROR_INVALID_PARAMETER, "Impossible de calculer le montage " + montage + "\n" + error};
+            throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_MONTAGE, montage.c_str(), error.c_str())};
         const double seconds = file.GetRecordDuration();
         for (unsigned c = 0; c < source.GetNumChannels(); ++c) {
             const unsigned n = source.GetSamplesRec(c);
@@ -150,19 +150,16 @@ std::vector<py::array_t<float>> Recording::ReadGroups(const std::vector<Group>& 
     std::vector<py::array_t<float>> arrays;
     long from = 0, to = -1;
     for (const Group& g : groups) {
-        if (g.channels.empty()) throw LibraryError{ERROR_INVALID_PARAMETER, "Aucun canal à lire"};
+        if (g.channels.empty()) throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_NOTHING_TO_READ)};
         for (unsigned c : g.channels)
-            if (c >= specs.size()) throw LibraryError{ERROR_INVALID_PARAMETER, "Canal inconnu : " + std::to_string(c)};
+            if (c >= specs.size()) throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_UNKNOWN_CHANNEL, std::to_string(c).c_str())};
         const unsigned perRecord = specs[g.channels[0]].samples;
         for (unsigned c : g.channels)
             if (specs[c].samples != perRecord)
-                throw LibraryError{ERROR_INVALID_PARAMETER,
-                                   "Les canaux lus ensemble doivent avoir la même fréquence d'échantillonnage"};
+                throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_SAME_RATE)};
         const long long total = static_cast<long long>(file.GetNumRecords()) * perRecord;
         if (g.first < 0 || g.count < 0 || perRecord == 0 || g.first + g.count > total)
-            throw LibraryError{ERROR_INVALID_PARAMETER,
-                               "Intervalle d'échantillons hors de l'enregistrement : " + std::to_string(g.first) + " + " +
-                                   std::to_string(g.count) + " (" + std::to_string(total) + " échantillons)"};
+            throw LibraryError{ERROR_INVALID_PARAMETER, Text(IDS_PY_SAMPLE_RANGE, g.first, g.count, total)};
         arrays.emplace_back(std::vector<py::ssize_t>{static_cast<py::ssize_t>(g.channels.size()),
                                                      static_cast<py::ssize_t>(g.count)});
         Plan p{&g, perRecord, static_cast<long>(g.first / perRecord),
@@ -185,7 +182,7 @@ std::vector<py::array_t<float>> Recording::ReadGroups(const std::vector<Group>& 
         if (!derived->Compile(&error)) throw LibraryError{ERROR_INVALID_PARAMETER, error};
     }
     std::unique_ptr<CFmtSigRec> record(derived ? derived->CreateCompatibleFmtSigRec() : file.CreateCompatibleFmtSigRec());
-    if (!record) throw LibraryError{ERROR_NOT_ENOUGH_MEMORY, "Mémoire insuffisante"};
+    if (!record) throw LibraryError{ERROR_NOT_ENOUGH_MEMORY, Text(IDS_PY_MEMORY)};
 
     long failed = -1;
     {

@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/Messages.h"
+#include "platform/Strings.h"
+#include "platform/strings/PythonStrings.h"
 #include "sigfile/SIGFILE.h"
 
 namespace sigfile_python {
@@ -22,6 +25,12 @@ struct LibraryError {
     long code;
     std::string message;
 };
+
+// A French text of the string table with its printf-style fields filled in.
+template <typename... Args>
+std::string Text(UINT id, Args... args) {
+    return StrFormat(LoadResString(id).c_str(), args...);
+}
 
 // Collects what the library shows in message boxes, so that a failure's
 // text can travel in the exception instead of being printed.

@@ -7,6 +7,7 @@
 #include "platform/strings/EdfStrings.h"
 #include "platform/strings/NativeStrings.h"
 #include "platform/strings/NkStrings.h"
+#include "platform/strings/PythonStrings.h"
 #include "platform/strings/RegistryStrings.h"
 #include "platform/strings/SourceStrings.h"
 #include "platform/strings/StatusStrings.h"
@@ -53,6 +54,7 @@ const std::map<UINT, std::string>& StringTable() {
 #include "platform/strings/NkStrings.inc"
 #include "platform/strings/StatusStrings.inc"
 #include "platform/strings/SourceStrings.inc"
+#include "platform/strings/PythonStrings.inc"
     };
     return table;
 }
