@@ -256,6 +256,8 @@ class Recording:
         import mne
 
         table = self.channels
+        if not table:
+            raise _error(_core.messages["no_channels"] % self.path)
         rates = {ch["frequency"] for ch in table}
         target = sfreq or max(rates)
         data = self.read(unit="V", sfreq=None if len(rates) == 1 and sfreq is None else target)
@@ -292,8 +294,10 @@ class Recording:
         power of every bin, shape channels x epochs x bins (volts squared for voltage channels).
         The channels must share one rate whose product with ``epoch`` is a power of two.
         """
-        data = self.read(start=start, stop=stop, channels=channels, montage=montage, unit="V")
         picked, table = self._select(channels, montage)
+        if not picked:
+            raise _error(_core.messages["no_channels"] % self.path)
+        data = self.read(start=start, stop=stop, channels=channels, montage=montage, unit="V")
         rate = table[picked[0]]["frequency"]
         if taper not in _TAPERS or detrend not in _DETRENDS:
             raise ValueError(f"taper in {sorted(_TAPERS)}, detrend in {sorted(_DETRENDS)}")

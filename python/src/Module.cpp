@@ -198,6 +198,7 @@ PYBIND11_MODULE(_core, m) {
     messages["closed"] = LoadResString(IDS_PY_CLOSED);
     messages["mixed_rates"] = LoadResString(IDS_PY_MIXED_RATES);
     messages["time_range"] = LoadResString(IDS_PY_TIME_RANGE);
+    messages["no_channels"] = LoadResString(IDS_PY_NO_CHANNELS);
     m.attr("messages") = messages;
 
     m.def("format_of", [](const std::string& path) {

@@ -167,3 +167,14 @@ def test_failures_are_exceptions_with_code_and_french_text(demo_night, tmp_path)
     assert closed.value.code == 6
     with pytest.raises(sigfile.Error):
         _ = rec.events
+
+
+@pytest.mark.parametrize("path", realworld_edf(["stag_SC4652EG-Hypnogram.edf", "mnetd_SC4001EC-Hypnogram.edf"]))
+def test_a_hypnogram_has_events_and_refuses_signals_with_a_message(path):
+    rec = sigfile.open(path)
+    assert rec.channels == [] and rec.read().shape == (0, 0)
+    stages = [e for e in rec.events if e["group_id"] == "F4B8F3EE-8AC2-4EFC-BC86-2A55AF130A6C"]
+    assert stages and stages[0]["text"].startswith("Sleep stage")
+    for call in (rec.to_mne, rec.spectrum):
+        with pytest.raises(sigfile.Error, match="sans canal"):
+            call()

@@ -35,5 +35,6 @@ enum : UINT {
     IDS_PY_MEMORY = 30727,
     IDS_PY_MIXED_RATES = 30728,
     IDS_PY_TIME_RANGE = 30729,
+    IDS_PY_NO_CHANNELS = 30730,
 };
 #pragma GCC visibility pop
