@@ -355,8 +355,9 @@ bool EdfWriter::WriteRecord(double start, const std::vector<std::vector<LONG>>& 
     return FinishRecord(start, follows, annotations, p, error);
 }
 
-bool EdfWriter::WriteRecord(double start, const short* const* samples, size_t signalCount,
-                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+template <typename Sample>
+bool EdfWriter::WriteRecordFrom(double start, const Sample* const* samples, size_t signalCount,
+                                const std::vector<EdfAnnotation>& annotations, std::string& error) {
     bool follows = false;
     if (!BeginRecord(start, signalCount, annotations, follows, error)) return false;
     BYTE* p = m_block.data() + m_recordAt;
@@ -365,14 +366,14 @@ bool EdfWriter::WriteRecord(double start, const short* const* samples, size_t si
     return FinishRecord(start, follows, annotations, p, error);
 }
 
+bool EdfWriter::WriteRecord(double start, const short* const* samples, size_t signalCount,
+                            const std::vector<EdfAnnotation>& annotations, std::string& error) {
+    return WriteRecordFrom(start, samples, signalCount, annotations, error);
+}
+
 bool EdfWriter::WriteRecord(double start, const LONG* const* samples, size_t signalCount,
                             const std::vector<EdfAnnotation>& annotations, std::string& error) {
-    bool follows = false;
-    if (!BeginRecord(start, signalCount, annotations, follows, error)) return false;
-    BYTE* p = m_block.data() + m_recordAt;
-    for (size_t i = 0; i < m_signals.size(); ++i)
-        if (!PackSignal(i, samples[i], size_t(m_signals[i].samplesPerRecord), p, error)) return false;
-    return FinishRecord(start, follows, annotations, p, error);
+    return WriteRecordFrom(start, samples, signalCount, annotations, error);
 }
 
 bool EdfWriter::FinishRecord(double start, bool follows, const std::vector<EdfAnnotation>& annotations, BYTE* p,

@@ -78,6 +78,10 @@ private:
                      std::string& error);
     template <typename Sample>
     bool PackSignal(size_t signal, const Sample* values, size_t count, BYTE*& out, std::string& error);
+    // One record from one pointer per signal to its samplesPerRecord samples.
+    template <typename Sample>
+    bool WriteRecordFrom(double start, const Sample* const* samples, size_t signalCount,
+                         const std::vector<EdfAnnotation>& annotations, std::string& error);
     bool FinishRecord(double start, bool follows, const std::vector<EdfAnnotation>& annotations, BYTE* out,
                       std::string& error);
     bool WriteBlock(std::string& error);

@@ -98,6 +98,7 @@ private:
     bool CopyWholeRecords(CSigFile& target, unsigned factor, std::string& error);
     void Push(Channel& ch, const double* values, unsigned n, double recordStart);
     bool Emit(CSigFile& target, bool pad, std::string& error);
+    bool WriteNextRecord(CSigFile& target, std::string& error);
     void EndSegment();
     void CopyItems(CSigFile& target);
     bool RunEventsOnly(std::string& error);
@@ -466,6 +467,21 @@ void NativeCopier::Push(Channel& ch, const double* values, unsigned n, double re
     }
 }
 
+// Writes the filled record as the next one of the target, timed in the
+// current run of records.
+bool NativeCopier::WriteNextRecord(CSigFile& target, std::string& error) {
+    const double start = m_segmentStart + double(m_segmentRecords) * kRecordSamples / m_base;
+    m_record->SetTime(m_origin + CSTimeSpan(start));
+    m_recordStarts.push_back(start);
+    ++m_segmentRecords;
+    target.MoveTo(long(m_recordStarts.size()) - 1);
+    if (!target.Write(m_record.get())) {
+        error = StrFormat(LoadResString(IDS_NATIVE_ERR_WRITE).c_str(), m_out.c_str(), target.GetIOError());
+        return false;
+    }
+    return true;
+}
+
 bool NativeCopier::Emit(CSigFile& target, bool pad, std::string& error) {
     for (;;) {
         bool ready = true, any = false;
@@ -523,15 +539,7 @@ bool NativeCopier::Emit(CSigFile& target, bool pad, std::string& error) {
                 ch.head = 0;
             }
         }
-        const double start = m_segmentStart + double(m_segmentRecords) * kRecordSamples / m_base;
-        m_record->SetTime(m_origin + CSTimeSpan(start));
-        m_recordStarts.push_back(start);
-        ++m_segmentRecords;
-        target.MoveTo(long(m_recordStarts.size()) - 1);
-        if (!target.Write(m_record.get())) {
-            error = StrFormat(LoadResString(IDS_NATIVE_ERR_WRITE).c_str(), m_out.c_str(), target.GetIOError());
-            return false;
-        }
+        if (!WriteNextRecord(target, error)) return false;
     }
 }
 
@@ -558,7 +566,6 @@ unsigned NativeCopier::WholeRecordFactor() const {
 }
 
 bool NativeCopier::CopyWholeRecords(CSigFile& target, unsigned factor, std::string& error) {
-    const double nativeSeconds = double(kRecordSamples) / m_base;
     double previous = 0;
     for (long r = m_first; r < m_end; ++r) {
         if (!Read(r, error)) return false;
@@ -581,15 +588,7 @@ bool NativeCopier::CopyWholeRecords(CSigFile& target, unsigned factor, std::stri
                 // Samples of at most 16 bits: narrowed as they are (a loop the compiler vectorises).
                 for (unsigned k = 0; k < ch.samples; ++k) out[k] = static_cast<short>(d[k]);
             }
-            const double at = m_segmentStart + double(m_segmentRecords) * nativeSeconds;
-            m_record->SetTime(m_origin + CSTimeSpan(at));
-            m_recordStarts.push_back(at);
-            ++m_segmentRecords;
-            target.MoveTo(long(m_recordStarts.size()) - 1);
-            if (!target.Write(m_record.get())) {
-                error = StrFormat(LoadResString(IDS_NATIVE_ERR_WRITE).c_str(), m_out.c_str(), target.GetIOError());
-                return false;
-            }
+            if (!WriteNextRecord(target, error)) return false;
         }
         if (m_progress) {
             m_progress->SetPos(ULONGLONG(r - m_first + 1));
