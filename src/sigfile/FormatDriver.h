@@ -90,6 +90,10 @@ int CreateSigFileCopy(CSigFile* source, const char* to, const CSigFileCopyOption
 int ConvertSigFile(const char* from, const char* to, const CSigFileCopyOptions& options, std::string* error,
                    CProgressInfo* progress = nullptr);
 
+// A recording's quick information from its header and patient, for the
+// drivers' GetFileQuickInfo (the description is left to the driver).
+CSigQuickInfo* MakeSigQuickInfo(const char* name, const CFileHeader& header, const CPatientInfo& patient,
+                                ULONGLONG totalSize);
 // True when the montage is given and has a recording montage at index 0
 // (the rule CSigFile::Create applies when asked to validate).
 bool PhysicalMontageHasRecordingMontage(const CPhysicalMontage* montage);

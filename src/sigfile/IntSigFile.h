@@ -11,6 +11,7 @@
 
 #include "platform/Collections.h"
 #include "platform/File.h"
+#include "platform/Messages.h"
 #include "records/CacheDWO.h"
 #include "sigfile/SIGFILE.h"
 
@@ -129,4 +130,31 @@ protected:
 private:
     std::unique_ptr<CRawSigRec> m_pScratch;
 };
+// The common end of a read-only driver's Open: `build` fills the new `file`
+// from `name` and returns 0, or a system error code with the reason in
+// `why`.  An exception while building fails the open (out of memory, or a
+// bad format with the exception's text).  Returns the file; or null with the
+// code in *error and as the thread's last error, and the reason in *message.
+template <class File, class Build>
+File* OpenBuilt(std::unique_ptr<File> file, const char* name, long* error, std::string* message, Build build) {
+    SetLastError(0);
+    std::string why;
+    long code = 0;
+    try {
+        code = !name || !*name ? long(ERROR_INVALID_PARAMETER) : build(*file, why);
+    } catch (const std::bad_alloc&) {
+        code = ERROR_NOT_ENOUGH_MEMORY;
+    } catch (const CException& e) {
+        why = e.GetMessageText();
+        code = ERROR_BAD_FORMAT;
+    }
+    if (code) {
+        if (message) *message = why;
+        if (error) *error = code;
+        SetLastError(code);
+        return nullptr;
+    }
+    if (error) *error = 0;
+    return file.release();
+}
 #pragma GCC visibility pop

@@ -12,6 +12,9 @@
 #include "platform/Messages.h"
 #include "platform/Paths.h"
 #include "platform/Strings.h"
+#include "recording/FileHeader.h"
+#include "recording/ptntinfo.h"
+#include "sigfile/FormatDriver.h"
 
 IMPLEMENT_DYNAMIC(CSigFile, CObject)
 
@@ -125,4 +128,17 @@ int CSigFile::DeleteStsFile(const char* name) {
     for (const std::string& ext : extensions)
         if (!DeleteFileName(base + ext)) ok = 0;
     return ok;
+}
+
+CSigQuickInfo* MakeSigQuickInfo(const char* name, const CFileHeader& header, const CPatientInfo& patient,
+                                ULONGLONG totalSize) {
+    auto* info = new CSigQuickInfo;
+    info->m_strFileName = name ? name : "";
+    info->m_strLastName = patient.GetLastName();
+    info->m_strFirstName = patient.GetFirstName();
+    info->m_strPatientId1 = patient.GetPatientId1();
+    info->m_strPatientId2 = patient.GetPatientId2();
+    info->m_nTotalSize = totalSize;
+    info->m_creation = header.GetCreationDateTime();
+    return info;
 }

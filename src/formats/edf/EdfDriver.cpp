@@ -87,16 +87,8 @@ int DeleteEdf(const char* name) {
 CSigQuickInfo* QuickInfoEdf(const char* name, long* error) {
     CSigFilePtr file(CEdfSigFile::Open(name, error));
     if (!file) return nullptr;
-    auto* info = new CSigQuickInfo;
-    info->m_strFileName = name;
+    CSigQuickInfo* info = MakeSigQuickInfo(name, *file->GetFileHeader(), *file->GetPatientInfo(), VhlGetFileSize(name));
     info->m_strDescription = file->GetFileHeader()->GetFileDesc();
-    const CPatientInfo* p = file->GetPatientInfo();
-    info->m_strLastName = p->GetLastName();
-    info->m_strFirstName = p->GetFirstName();
-    info->m_strPatientId1 = p->GetPatientId1();
-    info->m_strPatientId2 = p->GetPatientId2();
-    info->m_nTotalSize = VhlGetFileSize(name);
-    info->m_creation = file->GetFileHeader()->GetCreationDateTime();
     return info;
 }
 

@@ -108,31 +108,11 @@ CEdfSigFile::CEdfSigFile() = default;
 CEdfSigFile::~CEdfSigFile() = default;
 
 CEdfSigFile* CEdfSigFile::Open(const char* name, long* error, std::string* message) {
-    SetLastError(0);
-    std::unique_ptr<CEdfSigFile> file(new CEdfSigFile);
-    std::string why;
-    long code = 0;
-    if (!name || !*name) {
-        code = ERROR_INVALID_PARAMETER;
-    } else {
-        try {
-            file->m_strFileName = name;
-            if (!file->m_reader.Open(name, why) || !file->Build(why)) code = ERROR_BAD_FORMAT;
-        } catch (const std::bad_alloc&) {
-            code = ERROR_NOT_ENOUGH_MEMORY;
-        } catch (const CException& e) {
-            why = e.GetMessageText();
-            code = ERROR_BAD_FORMAT;
-        }
-    }
-    if (code) {
-        if (message) *message = why;
-        if (error) *error = code;
-        SetLastError(code);
-        return nullptr;
-    }
-    if (error) *error = 0;
-    return file.release();
+    return OpenBuilt(std::unique_ptr<CEdfSigFile>(new CEdfSigFile), name, error, message,
+                     [name](CEdfSigFile& file, std::string& why) -> long {
+                         file.m_strFileName = name;
+                         return file.m_reader.Open(name, why) && file.Build(why) ? 0L : long(ERROR_BAD_FORMAT);
+                     });
 }
 
 bool CEdfSigFile::ChooseSplit(std::string& error) {

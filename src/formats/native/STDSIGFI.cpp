@@ -799,14 +799,8 @@ CSigQuickInfo* CStdSigFile::GetFileQuickInfo(const char* name, long* error) {
         if (!header || !patient) AfxThrowArchiveException(CArchiveException::badClass);
         const auto* h = static_cast<const CFileHeader*>(header.get());
         const auto* p = static_cast<const CPatientInfo*>(patient.get());
-        info = std::make_unique<CSigQuickInfo>();
-        info->m_strFileName = name;
-        info->m_strLastName = p->GetLastName();
-        info->m_strFirstName = p->GetFirstName();
-        info->m_strPatientId1 = p->GetPatientId1();
-        info->m_strPatientId2 = p->GetPatientId2();
-        info->m_creation = h->GetCreationDateTime();
-        info->m_nTotalSize = VhlGetFileSize(StsName(base)) + VhlGetFileSize(SigName(base)) + GetDVSize(name);
+        info.reset(MakeSigQuickInfo(name, *h, *p,
+                                    VhlGetFileSize(StsName(base)) + VhlGetFileSize(SigName(base)) + GetDVSize(name)));
     } catch (...) {
         err = ErrorFromCurrentException(err);
         info.reset();

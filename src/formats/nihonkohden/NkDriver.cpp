@@ -100,16 +100,9 @@ int DeleteNk(const char* name) {
 CSigQuickInfo* QuickInfoNk(const char* name, long* error) {
     CSigFilePtr file(CNkSigFile::Open(name, error));
     if (!file) return nullptr;
-    auto* info = new CSigQuickInfo;
-    info->m_strFileName = name;
+    CSigQuickInfo* info =
+        MakeSigQuickInfo(name, *file->GetFileHeader(), *file->GetPatientInfo(), ULONGLONG(file->GetFileSize()));
     info->m_strDescription = file->GetFileHeader()->GetInstitution();
-    const CPatientInfo* p = file->GetPatientInfo();
-    info->m_strLastName = p->GetLastName();
-    info->m_strFirstName = p->GetFirstName();
-    info->m_strPatientId1 = p->GetPatientId1();
-    info->m_strPatientId2 = p->GetPatientId2();
-    info->m_nTotalSize = ULONGLONG(file->GetFileSize());
-    info->m_creation = file->GetFileHeader()->GetCreationDateTime();
     return info;
 }
 

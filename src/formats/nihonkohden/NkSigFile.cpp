@@ -152,40 +152,18 @@ std::vector<std::string> CNkSigFile::FilesOfSet(const std::string& name) {
 }
 
 CNkSigFile* CNkSigFile::Open(const char* name, long* error, std::string* message) {
-    SetLastError(0);
-    std::unique_ptr<CNkSigFile> file(new CNkSigFile);
-    std::string why;
-    long code = 0;
-    try {
-        if (!name || !*name) {
-            code = ERROR_INVALID_PARAMETER;
-        } else {
-            file->m_strFileName = name;
-            file->m_base = ExtractBase(name);
-            CFileException fe;
-            if (!file->m_file.Open(name, CFile::modeRead | CFile::shareDenyNone, &fe)) {
-                code = fe.m_lOsError > 0 ? fe.m_lOsError : ERROR_FILE_NOT_FOUND;
-            } else if (!file->ReadHeader(why)) {
-                code = ERROR_BAD_FORMAT;
-            } else {
-                file->ReadPatient();
-                file->ReadLog();
-            }
-        }
-    } catch (const std::bad_alloc&) {
-        code = ERROR_NOT_ENOUGH_MEMORY;
-    } catch (const CException& e) {
-        why = e.GetMessageText();
-        code = ERROR_BAD_FORMAT;
-    }
-    if (code) {
-        if (message) *message = why;
-        if (error) *error = code;
-        SetLastError(code);
-        return nullptr;
-    }
-    if (error) *error = 0;
-    return file.release();
+    return OpenBuilt(std::unique_ptr<CNkSigFile>(new CNkSigFile), name, error, message,
+                     [name](CNkSigFile& file, std::string& why) -> long {
+                         file.m_strFileName = name;
+                         file.m_base = ExtractBase(name);
+                         CFileException fe;
+                         if (!file.m_file.Open(name, CFile::modeRead | CFile::shareDenyNone, &fe))
+                             return fe.m_lOsError > 0 ? long(fe.m_lOsError) : long(ERROR_FILE_NOT_FOUND);
+                         if (!file.ReadHeader(why)) return long(ERROR_BAD_FORMAT);
+                         file.ReadPatient();
+                         file.ReadLog();
+                         return 0;
+                     });
 }
 
 void CNkSigFile::ReadElectrodeNames(std::vector<std::string>& names) {

@@ -22,13 +22,18 @@ endif()
 # Skipped when the folder or MNE-Python is missing.
 add_executable(recording_dump ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/recording_dump.cpp)
 target_link_libraries(recording_dump PRIVATE sigfile_static nlohmann_json::nlohmann_json)
-if(SIGFILE_SYSTEM_PYTHON)
-  add_test(NAME EdfRealFilesAgreeWithMne
-           COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/edf/compare_realworld.py
-                   ${PROJECT_SOURCE_DIR}/../shared/realworld-edf $<TARGET_FILE:recording_dump>)
-  set_tests_properties(EdfRealFilesAgreeWithMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300
-                       ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
-endif()
+# A script comparing the recordings of a folder of ../shared, dumped by
+# recording_dump, with MNE-Python; skipped (77) when either is missing.
+function(sigfile_add_mne_comparison name script folder timeout)
+  if(SIGFILE_SYSTEM_PYTHON)
+    add_test(NAME ${name}
+             COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/${script}
+                     ${PROJECT_SOURCE_DIR}/../shared/${folder} $<TARGET_FILE:recording_dump>)
+    set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT ${timeout}
+                         ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
+  endif()
+endfunction()
+sigfile_add_mne_comparison(EdfRealFilesAgreeWithMne formats/edf/compare_realworld.py realworld-edf 300)
 
 # Kill tests: every command that writes, killed at each of its file-system
 # calls (LD_PRELOAD shim), leaves each recording old or new, whole.
@@ -43,10 +48,4 @@ endif()
 
 # The Nihon Kohden set of ../shared/nihon-kohden against its EDF export and
 # MNE-Python's reader.  Skipped when either is missing.
-if(SIGFILE_SYSTEM_PYTHON)
-  add_test(NAME NihonKohdenAgreesWithItsEdfExportAndMne
-           COMMAND ${SIGFILE_SYSTEM_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/formats/nihonkohden/compare_nk.py
-                   ${PROJECT_SOURCE_DIR}/../shared/nihon-kohden $<TARGET_FILE:recording_dump>)
-  set_tests_properties(NihonKohdenAgreesWithItsEdfExportAndMne PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
-                       ENVIRONMENT "MPLBACKEND=Agg;MNE_DONTWRITE_HOME=true")
-endif()
+sigfile_add_mne_comparison(NihonKohdenAgreesWithItsEdfExportAndMne formats/nihonkohden/compare_nk.py nihon-kohden 120)
