@@ -62,7 +62,10 @@ Recording::Recording(const std::string& path, bool readOnly) : m_path(path) {
 
 Recording::~Recording() = default;
 
-void Recording::Close() { m_file.reset(); }
+void Recording::Close() {
+    m_file.reset();
+    m_channels.clear();
+}
 
 CSigFile& Recording::File() const {
     if (!m_file) throw LibraryError{ERROR_INVALID_HANDLE, Text(IDS_PY_CLOSED, m_path.c_str())};
@@ -90,7 +93,14 @@ std::string Recording::EventsJson() const {
 
 std::string Recording::StartIso() const { return StartOf(File()).ToIso(); }
 
-std::vector<ChannelSpec> Recording::Channels(const std::string& montage) const {
+const std::vector<ChannelSpec>& Recording::Channels(const std::string& montage) const {
+    File();  // raises when closed
+    auto it = m_channels.find(montage);
+    if (it == m_channels.end()) it = m_channels.emplace(montage, DescribeChannels(montage)).first;
+    return it->second;
+}
+
+std::vector<ChannelSpec> Recording::DescribeChannels(const std::string& montage) const {
     CSigFile& file = File();
     std::vector<ChannelSpec> specs;
     if (!montage.empty()) {
@@ -139,7 +149,7 @@ py::array_t<float> Recording::Read(const std::vector<unsigned>& channels, long l
 std::vector<py::array_t<float>> Recording::ReadGroups(const std::vector<Group>& groups, bool volts,
                                                       const std::string& montage) {
     CSigFile& file = File();
-    const std::vector<ChannelSpec> specs = Channels(montage);
+    const std::vector<ChannelSpec>& specs = Channels(montage);
     struct Plan {
         const Group* group;
         unsigned perRecord;

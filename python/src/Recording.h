@@ -6,6 +6,7 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -71,8 +72,9 @@ public:
     // The recording's start (header creation time) as ISO text.
     std::string StartIso() const;
 
-    // Channels of the recording (montage empty) or of a computed montage.
-    std::vector<ChannelSpec> Channels(const std::string& montage) const;
+    // Channels of the recording (montage empty) or of a computed montage;
+    // described once per montage (a computed montage is compiled for it).
+    const std::vector<ChannelSpec>& Channels(const std::string& montage) const;
 
     // Samples [first, first + count) of the given channels, which must share
     // their samples per record, as a (channels x count) float32 array filled
@@ -91,8 +93,11 @@ public:
     std::vector<py::array_t<float>> ReadGroups(const std::vector<Group>& groups, bool volts, const std::string& montage);
 
 private:
+    std::vector<ChannelSpec> DescribeChannels(const std::string& montage) const;
+
     std::string m_path;
     CSigFilePtr m_file;
+    mutable std::map<std::string, std::vector<ChannelSpec>> m_channels;
 };
 
 }  // namespace sigfile_python
